@@ -1,0 +1,96 @@
+// A scripted stand-in for the operating system. Every service forwards to the
+// real one unless the test scripted it; the calls of interest are recorded.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "OsServices.h"
+
+namespace vestrel_test {
+
+class FakeOsServices : public KV_ORV::OsServices {
+ public:
+  FakeOsServices() : real_(KV_ORV::nativeOs()) {}
+
+  // --- scripts -----------------------------------------------------------------
+  std::optional<KV_ORV::LocalTime> fixedTime;
+  std::optional<std::uint64_t> freeBytes;  // answer of freeBytesAvailable
+  bool freeBytesFails = false;
+  bool currentDirectoryFails = false;
+  bool recordDirectoriesOnly = false;          // makeDirectory records and succeeds
+  std::optional<std::uint32_t> loadFailsWith;  // loadLibrary fails with this code
+  bool fakeLibraries = false;                  // loadLibrary succeeds with a dummy handle
+
+  // --- records --------------------------------------------------------------------
+  std::vector<std::string> madeDirectories;
+  std::vector<std::string> createdDirectories;
+  std::vector<std::optional<std::string>> freeSpaceQueries;  // nullopt = null directory
+  std::vector<std::string> debuggerLines;
+  std::vector<std::string> loadedFiles;
+  int freedLibraries = 0;
+
+  bool getEnvironmentVariable(const char* name, std::string& value) override {
+    return real_.getEnvironmentVariable(name, value);
+  }
+  bool setEnvironmentVariable(const char* name, const char* value) override {
+    return real_.setEnvironmentVariable(name, value);
+  }
+  bool currentDirectory(std::string& out) override {
+    if (currentDirectoryFails) return false;
+    return real_.currentDirectory(out);
+  }
+  int makeDirectory(const char* path) override {
+    madeDirectories.emplace_back(path);
+    if (recordDirectoriesOnly) return 0;
+    return real_.makeDirectory(path);
+  }
+  bool createDirectory(const char* path) override {
+    createdDirectories.emplace_back(path);
+    if (recordDirectoriesOnly) return true;
+    return real_.createDirectory(path);
+  }
+  bool freeBytesAvailable(const char* directory, std::uint64_t& bytes) override {
+    freeSpaceQueries.push_back(directory != nullptr ? std::optional<std::string>(directory) : std::nullopt);
+    if (freeBytesFails) return false;
+    if (freeBytes) {
+      bytes = *freeBytes;
+      return true;
+    }
+    return real_.freeBytesAvailable(directory, bytes);
+  }
+  KV_ORV::LocalTime localTime() override { return fixedTime ? *fixedTime : real_.localTime(); }
+  void debuggerOutput(const char* text) override { debuggerLines.emplace_back(text); }
+  KV_ORV::LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
+    loadedFiles.emplace_back(file);
+    if (loadFailsWith) {
+      errorCode = *loadFailsWith;
+      return nullptr;
+    }
+    if (fakeLibraries) return &dummyLibrary_;
+    return real_.loadLibrary(file, errorCode);
+  }
+  void* librarySymbol(KV_ORV::LibraryHandle handle, const char* name, std::uint32_t& errorCode) override {
+    if (handle == &dummyLibrary_) {
+      errorCode = 127;
+      return nullptr;
+    }
+    return real_.librarySymbol(handle, name, errorCode);
+  }
+  void freeLibrary(KV_ORV::LibraryHandle handle) override {
+    ++freedLibraries;
+    if (handle != &dummyLibrary_) real_.freeLibrary(handle);
+  }
+
+ private:
+  KV_ORV::OsServices& real_;
+  int dummyLibrary_ = 0;
+};
+
+// 16 November 2026, a Monday, 14:03:07.045.
+inline KV_ORV::LocalTime referenceTime() { return KV_ORV::LocalTime{2026, 11, 1, 16, 14, 3, 7, 45}; }
+
+}  // namespace vestrel_test
