@@ -40,7 +40,8 @@ bool LogControl::Init(const char* name, const char* levelVariable, const char* d
   if (directoryVariable != nullptr) os().createDirectory(directory.c_str());
 
   const std::int32_t level = std::atoi(GetEnv(levelVariable));
-  auto* logger = new uLogger(path.c_str(), true);
+  made_.push_back(std::make_unique<uLogger>(path.c_str(), true));
+  uLogger* logger = made_.back().get();
   current_ = logger;
   if (registerByName) byName_[name] = logger;
   ++created_;

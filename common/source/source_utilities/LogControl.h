@@ -8,7 +8,9 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "uLogger.h"
 
@@ -49,6 +51,9 @@ class LogControl {
   bool registerByName_ = false;
   std::int32_t created_ = 0;
   std::map<std::string, uLogger*> byName_;
+  // Every logger made, registered or not: they all live as long as the
+  // process, and none is lost when another becomes current.
+  std::vector<std::unique_ptr<uLogger>> made_;
 };
 
 }  // namespace KV_ORV
