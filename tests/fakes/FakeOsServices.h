@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,9 +22,13 @@ class FakeOsServices : public KV_ORV::OsServices {
   std::optional<std::uint64_t> freeBytes;  // answer of freeBytesAvailable
   bool freeBytesFails = false;
   bool currentDirectoryFails = false;
-  bool recordDirectoriesOnly = false;          // makeDirectory records and succeeds
-  std::optional<std::uint32_t> loadFailsWith;  // loadLibrary fails with this code
-  bool fakeLibraries = false;                  // loadLibrary succeeds with a dummy handle
+  bool recordDirectoriesOnly = false;                    // makeDirectory records and succeeds
+  std::optional<std::uint32_t> loadFailsWith;            // loadLibrary fails with this code
+  bool fakeLibraries = false;                            // loadLibrary succeeds with a dummy handle
+  std::map<std::string, std::string> libraryRedirects;   // loader name -> name really loaded
+  std::optional<std::vector<std::uint32_t>> processIds;  // the running processes
+  bool processListFails = false;
+  std::optional<std::uint32_t> processId;  // this process
 
   // --- records --------------------------------------------------------------------
   std::vector<std::string> madeDirectories;
@@ -62,6 +67,15 @@ class FakeOsServices : public KV_ORV::OsServices {
     }
     return real_.freeBytesAvailable(directory, bytes);
   }
+  bool listProcessIds(std::vector<std::uint32_t>& ids) override {
+    if (processListFails) return false;
+    if (processIds) {
+      ids = *processIds;
+      return true;
+    }
+    return real_.listProcessIds(ids);
+  }
+  std::uint32_t currentProcessId() override { return processId ? *processId : real_.currentProcessId(); }
   KV_ORV::LocalTime localTime() override { return fixedTime ? *fixedTime : real_.localTime(); }
   void debuggerOutput(const char* text) override { debuggerLines.emplace_back(text); }
   KV_ORV::LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
@@ -71,6 +85,8 @@ class FakeOsServices : public KV_ORV::OsServices {
       return nullptr;
     }
     if (fakeLibraries) return &dummyLibrary_;
+    auto redirect = libraryRedirects.find(file);
+    if (redirect != libraryRedirects.end()) return real_.loadLibrary(redirect->second.c_str(), errorCode);
     return real_.loadLibrary(file, errorCode);
   }
   void* librarySymbol(KV_ORV::LibraryHandle handle, const char* name, std::uint32_t& errorCode) override {

@@ -1,9 +1,8 @@
 // The process-wide owner of the log files: it knows the logger that call
 // sites write to and the verbosity they test before formatting a line.
 //
-// Call-site pattern:
-//   if (uLogger* log = LogControl::Instance().LoggerAt(1))
-//     log->Printf(kLogMessage, kStampTime, "%s: message", kTag);
+// Call sites write through KV_LOG (below), which tests the verbosity before
+// anything is formatted.
 #pragma once
 
 #include <cstdint>
@@ -57,3 +56,12 @@ class LogControl {
 };
 
 }  // namespace KV_ORV
+
+// Writes one time-stamped line through the current logger when the verbosity
+// is at least threshold; the arguments are not evaluated otherwise.
+#define KV_LOG(threshold, level, ...)                                                      \
+  do {                                                                                     \
+    if (KV_ORV::uLogger* kvLogger_ = KV_ORV::LogControl::Instance().LoggerAt(threshold)) { \
+      kvLogger_->Printf((level), KV_ORV::kStampTime, __VA_ARGS__);                         \
+    }                                                                                      \
+  } while (0)

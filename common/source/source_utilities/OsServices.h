@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace KV_ORV {
 
@@ -46,6 +47,10 @@ class OsServices {
   // Bytes free to the calling user on the volume holding directory; a null
   // directory means the current one. False when the volume cannot be asked.
   virtual bool freeBytesAvailable(const char* directory, std::uint64_t& bytes) = 0;
+
+  // The IDs of the running processes; false when they cannot be listed.
+  virtual bool listProcessIds(std::vector<std::uint32_t>& ids) = 0;
+  virtual std::uint32_t currentProcessId() = 0;
 
   virtual LocalTime localTime() = 0;
   virtual void debuggerOutput(const char* text) = 0;

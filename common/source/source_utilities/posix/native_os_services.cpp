@@ -1,3 +1,4 @@
+#include <dirent.h>
 #include <dlfcn.h>
 #include <limits.h>
 #include <stdlib.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "../OsServices.h"
 
@@ -63,6 +65,21 @@ class PosixOsServices final : public OsServices {
     bytes = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
     return true;
   }
+
+  // The numeric entries of /proc are the running processes.
+  bool listProcessIds(std::vector<std::uint32_t>& ids) override {
+    DIR* proc = opendir("/proc");
+    if (proc == nullptr) return false;
+    while (dirent* entry = readdir(proc)) {
+      char* end = nullptr;
+      unsigned long id = std::strtoul(entry->d_name, &end, 10);
+      if (end != entry->d_name && *end == '\0') ids.push_back(static_cast<std::uint32_t>(id));
+    }
+    closedir(proc);
+    return true;
+  }
+
+  std::uint32_t currentProcessId() override { return static_cast<std::uint32_t>(getpid()); }
 
   LocalTime localTime() override {
     timespec now{};

@@ -4,6 +4,8 @@
 
 #include "../OsServices.h"
 #include "windows_headers.h"
+// After windows.h, which it needs.
+#include <tlhelp32.h>
 
 namespace KV_ORV {
 
@@ -45,6 +47,21 @@ class Win32OsServices final : public OsServices {
     bytes = available.QuadPart;
     return true;
   }
+
+  bool listProcessIds(std::vector<std::uint32_t>& ids) override {
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) return false;
+    PROCESSENTRY32 entry;
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry)) {
+      ids.push_back(entry.th32ProcessID);
+      entry.dwSize = sizeof entry;
+    }
+    CloseHandle(snapshot);
+    return true;
+  }
+
+  std::uint32_t currentProcessId() override { return GetCurrentProcessId(); }
 
   LocalTime localTime() override {
     SYSTEMTIME now;

@@ -1,0 +1,110 @@
+// The receiver's access to the probe software: probe kind and board entries
+// through the setup adapter, device support, target adapters and the device
+// identifier.
+#include <cstdio>
+#include <string>
+
+#include "BoardFile.h"
+#include "DeviceSupport.h"
+#include "LogControl.h"
+#include "Receiver.h"
+#include "ReceiverLibraries.h"
+#include "cHexkitError.h"
+
+namespace Kv::Orv::Trace::Vestrel {
+
+using Hexkit::cHexkitError;
+using Hexkit::cHexkitErrorIF;
+
+namespace {
+constexpr const char* kSetupAdapterLibrary = "SetupAdapter4";
+}
+
+// One setup adapter session: the library is loaded, asked for the CPU's
+// board file, which parse reads, and unloaded again. Problems are logged,
+// not thrown: whatever parse found so far stands.
+template <typename Parser>
+void Receiver::withBoardFile(Parser parse) {
+  std::unique_ptr<KV_ORV::uDll> library;
+  LoadReceiverLibrary(kSetupAdapterLibrary, library);
+
+  auto create = LookUp<Probe::CreateSetupAdapterFunction>(*library, "CreateSetupAdapter");
+  if (create == nullptr) {
+    KV_LOG(1, KV_ORV::kLogError, "%s: Unable to find CreateSetupAdapter in %s", kTag, kSetupAdapterLibrary);
+    return;
+  }
+  Probe::CSetupAdapter* adapter = create();
+  if (adapter == nullptr) {
+    KV_LOG(1, KV_ORV::kLogError, "%s: CreateSetupAdapter returned null in %s", kTag, kSetupAdapterLibrary);
+    return;
+  }
+  try {
+    std::string errorText;
+    if (!adapter->Initialize(errorText)) {
+      KV_LOG(1, KV_ORV::kLogError, "%s: Unable to initialize %s : %s", kTag, kSetupAdapterLibrary, errorText.c_str());
+    } else {
+      std::string path;
+      path = adapter->GetBoardFile(cpuName_, path);
+      if (std::FILE* file = std::fopen(path.c_str(), "r")) {
+        parse(file);
+        std::fclose(file);
+      }
+    }
+  } catch (...) {
+    KV_LOG(1, KV_ORV::kLogError, "%s: exception using %s", kTag, kSetupAdapterLibrary);
+  }
+  if (auto destroy = LookUp<Probe::DestroySetupAdapterFunction>(*library, "DestroySetupAdapter")) destroy(adapter);
+}
+
+void Receiver::DetectProbeKind() {
+  withBoardFile([this](std::FILE* file) { probeKind_ = ReadProbeKind(file); });
+}
+
+bool Receiver::HasBoardEntry(const char* section, const char* key, const char* value) {
+  bool found = false;
+  withBoardFile([&](std::FILE* file) { found = ReadBoardEntry(file, section, key, value); });
+  return found;
+}
+
+void Receiver::CheckDeviceSupport(bool& supported) {
+  supported = false;
+  if (deviceIdentifier_ == nullptr) return;
+  supported = Vestrel::CheckDeviceSupport(
+      *deviceIdentifier_,
+      [this](const char* section, const char* key, const char* value) { return HasBoardEntry(section, key, value); });
+}
+
+Probe::CTargetAdapter* Receiver::GetTargetAdapter(const char* cpuName) {
+  if (!adapterLibrary_) {
+    LoadReceiverLibrary("ICETargetAdapter", adapterLibrary_);
+    newTargetAdapter_ = LookUp<Probe::NewTargetAdapterFunction>(*adapterLibrary_, "NewTargetAdapter");
+  }
+  if (newTargetAdapter_ == nullptr) {
+    throw cHexkitError("Cannot get target adapter factory. Bad installation.", cHexkitErrorIF::eSeverityError);
+  }
+  Probe::CTargetAdapter* adapter = nullptr;
+  adapter = newTargetAdapter_(cpuName, &adapter);
+  if (adapter == nullptr) {
+    throw cHexkitError("Cannot get target adapter for SWO receiver. Bad installation or setup.",
+                       cHexkitErrorIF::eSeverityError);
+  }
+  return adapter;
+}
+
+void Receiver::LoadDeviceIdentifier() {
+  if (identifierLibrary_) return;
+  LoadReceiverLibrary("DeviceIdentifier", identifierLibrary_);
+  createDeviceIdentifier_ =
+      LookUp<Probe::CreateDeviceIdentifierFunction>(*identifierLibrary_, "CreateDeviceIdentifier");
+  destroyDeviceIdentifier_ =
+      LookUp<Probe::DestroyDeviceIdentifierFunction>(*identifierLibrary_, "DestroyDeviceIdentifier");
+  if (createDeviceIdentifier_ == nullptr || destroyDeviceIdentifier_ == nullptr) {
+    throw cHexkitError("Missing exports in device identifier dll", cHexkitErrorIF::eSeverityError);
+  }
+  deviceIdentifier_ = createDeviceIdentifier_();
+  if (deviceIdentifier_ == nullptr) {
+    throw cHexkitError("Internal error, failed to create device identifier", cHexkitErrorIF::eSeverityError);
+  }
+}
+
+}  // namespace Kv::Orv::Trace::Vestrel

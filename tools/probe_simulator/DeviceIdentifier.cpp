@@ -1,0 +1,68 @@
+// "DeviceIdentifier": the connected device's identification code and its
+// description (modules and register addresses).
+#include <map>
+#include <string>
+
+#include "ProbeInterfaces.h"
+#include "Scenario.h"
+#include "SimulatorExport.h"
+
+namespace {
+
+class SimulatedModule final : public Kv::Orv::Probe::CDeviceModule {
+ public:
+  explicit SimulatedModule(std::map<std::string, std::string> registers) : registers_(std::move(registers)) {}
+  ~SimulatedModule() = default;
+  std::string getRegisterAddress(const char* registerName) override {
+    auto found = registers_.find(registerName != nullptr ? registerName : "");
+    return found != registers_.end() ? found->second : std::string();
+  }
+
+ private:
+  std::map<std::string, std::string> registers_;
+};
+
+class SimulatedDeviceInfo final : public Kv::Orv::Probe::CDeviceInfo {
+ public:
+  explicit SimulatedDeviceInfo(const vestrel_sim::Scenario& scenario) {
+    for (const auto& [name, registers] : scenario.modules) modules_.emplace(name, SimulatedModule(registers));
+  }
+  ~SimulatedDeviceInfo() = default;
+  Kv::Orv::Probe::CDeviceModule* getModule(const char* moduleName) override {
+    auto found = modules_.find(moduleName != nullptr ? moduleName : "");
+    return found != modules_.end() ? &found->second : nullptr;
+  }
+
+ private:
+  std::map<std::string, SimulatedModule> modules_;
+};
+
+class SimulatedDeviceIdentifier final : public Kv::Orv::Probe::CDeviceIdentifier {
+ public:
+  explicit SimulatedDeviceIdentifier(vestrel_sim::Scenario scenario)
+      : scenario_(std::move(scenario)), info_(scenario_) {}
+  ~SimulatedDeviceIdentifier() = default;
+
+  bool matchDevice(std::uint32_t identifier, std::uint32_t mask) override {
+    return (scenario_.deviceId & mask) == (identifier & mask);
+  }
+  Kv::Orv::Probe::CDeviceInfo* getDeviceInfo(const char*) override {
+    return scenario_.deviceInfoNull ? nullptr : &info_;
+  }
+
+ private:
+  vestrel_sim::Scenario scenario_;
+  SimulatedDeviceInfo info_;
+};
+
+}  // namespace
+
+SIM_EXPORT Kv::Orv::Probe::CDeviceIdentifier* CreateDeviceIdentifier() {
+  vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
+  if (scenario.identifierNull) return nullptr;
+  return new SimulatedDeviceIdentifier(std::move(scenario));
+}
+
+SIM_EXPORT void DestroyDeviceIdentifier(Kv::Orv::Probe::CDeviceIdentifier* identifier, std::uint32_t) {
+  delete static_cast<SimulatedDeviceIdentifier*>(identifier);
+}

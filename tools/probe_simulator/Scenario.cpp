@@ -1,0 +1,82 @@
+#include "Scenario.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "TraceEnvironment.h"
+
+namespace vestrel_sim {
+
+namespace {
+
+std::string trim(const std::string& text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string::npos) return {};
+  const auto last = text.find_last_not_of(" \t\r\n");
+  return text.substr(first, last - first + 1);
+}
+
+std::uint32_t number(const std::string& text) { return static_cast<std::uint32_t>(std::stoul(text, nullptr, 0)); }
+
+}  // namespace
+
+std::string Scenario::boardFor(const std::string& cpuName) const {
+  auto found = boards.find(cpuName);
+  if (found == boards.end()) found = boards.find("*");
+  return found != boards.end() ? found->second : std::string();
+}
+
+Scenario ParseScenario(const std::string& text) {
+  Scenario scenario;
+  std::istringstream lines(text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    line = trim(line);
+    if (line.empty() || line[0] == '#') continue;
+    const auto equals = line.find('=');
+    if (equals == std::string::npos) continue;
+    std::istringstream keyWords(trim(line.substr(0, equals)));
+    const std::string value = trim(line.substr(equals + 1));
+    std::string key, first, second;
+    keyWords >> key >> first >> second;
+
+    if (key == "setup_adapter") {
+      scenario.setupAdapterNull = value == "null";
+    } else if (key == "initialize") {
+      if (value == "ok") {
+        scenario.initialize = Scenario::Initialize::Ok;
+      } else if (value == "throw") {
+        scenario.initialize = Scenario::Initialize::Throw;
+      } else {
+        scenario.initialize = Scenario::Initialize::Fail;
+        scenario.initializeError = value.rfind("fail", 0) == 0 ? trim(value.substr(4)) : value;
+      }
+    } else if (key == "board") {
+      scenario.boards[first] = value;
+    } else if (key == "identifier") {
+      scenario.identifierNull = value == "null";
+    } else if (key == "device_id") {
+      scenario.deviceId = number(value);
+    } else if (key == "device_info") {
+      scenario.deviceInfoNull = value == "null";
+    } else if (key == "register") {
+      scenario.modules[first][second] = value;
+    } else if (key == "memory") {
+      scenario.memory[number(first)] = number(value);
+    } else if (key == "target_adapter") {
+      scenario.targetAdapterNull = value == "null";
+    }
+  }
+  return scenario;
+}
+
+Scenario LoadScenario() {
+  const std::string path = KV_ORV::GetEnv("VESTREL_PROBE_SCENARIO");
+  if (path.empty()) return Scenario{};
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return ParseScenario(text.str());
+}
+
+}  // namespace vestrel_sim

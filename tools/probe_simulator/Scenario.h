@@ -1,0 +1,30 @@
+// What the simulated probe software does, read from the scenario file that
+// VESTREL_PROBE_SCENARIO names (format: README.md beside this file).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace vestrel_sim {
+
+struct Scenario {
+  bool setupAdapterNull = false;
+  enum class Initialize { Ok, Fail, Throw } initialize = Initialize::Ok;
+  std::string initializeError;
+  std::map<std::string, std::string> boards;  // CPU name (or "*") -> board file
+  bool identifierNull = false;
+  std::uint32_t deviceId = 0;
+  bool deviceInfoNull = false;
+  std::map<std::string, std::map<std::string, std::string>> modules;  // module -> register -> address text
+  std::map<std::uint32_t, std::uint32_t> memory;
+  bool targetAdapterNull = false;
+
+  std::string boardFor(const std::string& cpuName) const;
+};
+
+// Reads the scenario in force now. Unknown keys are ignored.
+Scenario LoadScenario();
+Scenario ParseScenario(const std::string& text);
+
+}  // namespace vestrel_sim

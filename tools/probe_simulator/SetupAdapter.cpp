@@ -1,0 +1,47 @@
+// "SetupAdapter4": answers Initialize and the board file per CPU.
+#include <stdexcept>
+
+#include "ProbeInterfaces.h"
+#include "Scenario.h"
+#include "SimulatorExport.h"
+
+namespace {
+
+class SimulatedSetupAdapter final : public Kv::Orv::Probe::CSetupAdapter {
+ public:
+  explicit SimulatedSetupAdapter(vestrel_sim::Scenario scenario) : scenario_(std::move(scenario)) {}
+  ~SimulatedSetupAdapter() = default;
+
+  bool Initialize(std::string& errorText) override {
+    switch (scenario_.initialize) {
+      case vestrel_sim::Scenario::Initialize::Ok:
+        return true;
+      case vestrel_sim::Scenario::Initialize::Throw:
+        throw std::runtime_error("simulated setup adapter failure");
+      case vestrel_sim::Scenario::Initialize::Fail:
+        break;
+    }
+    errorText = scenario_.initializeError;
+    return false;
+  }
+
+  std::string GetBoardFile(std::string cpuName, std::string& path) override {
+    path = scenario_.boardFor(cpuName);
+    return path;
+  }
+
+ private:
+  vestrel_sim::Scenario scenario_;
+};
+
+}  // namespace
+
+SIM_EXPORT Kv::Orv::Probe::CSetupAdapter* CreateSetupAdapter() {
+  vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
+  if (scenario.setupAdapterNull) return nullptr;
+  return new SimulatedSetupAdapter(std::move(scenario));
+}
+
+SIM_EXPORT void DestroySetupAdapter(Kv::Orv::Probe::CSetupAdapter* adapter) {
+  delete static_cast<SimulatedSetupAdapter*>(adapter);
+}
