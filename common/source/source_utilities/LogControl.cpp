@@ -8,9 +8,11 @@
 
 namespace KV_ORV {
 
+// Destroyed with the module that holds it (process end, or unloading the
+// library), closing every log file it made.
 LogControl& LogControl::Instance() {
-  static LogControl* instance = new LogControl();
-  return *instance;
+  static LogControl instance;
+  return instance;
 }
 
 uLogger* LogControl::Registered(const std::string& name) const {

@@ -17,7 +17,7 @@ namespace KV_ORV {
 
 class LogControl {
  public:
-  // Made on first use, never destroyed.
+  // Made on first use; lives as long as the module that holds it.
   static LogControl& Instance();
 
   // Sets up, or selects again, the logger for a file name. The verbosity and

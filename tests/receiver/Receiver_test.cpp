@@ -1,0 +1,392 @@
+#include "Receiver.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "ChannelDriver.h"
+#include "ChannelDriverTestAccess.h"
+#include "DeviceSupport.h"
+#include "FakeOsServices.h"
+#include "FakeTraceInterface.h"
+#include "ProbeScenario.h"
+#include "TestLog.h"
+#include "cHexkitError.h"
+
+using Kv::Orv::Hexkit::cHexkitError;
+using Kv::Orv::Trace::CChannelDriver;
+using Kv::Orv::Trace::ChannelStatus;
+using Kv::Orv::Trace::CReceiver;
+using namespace Kv::Orv::Trace::Vestrel;
+using vestrel_test::FakeOsServices;
+using vestrel_test::FakeTraceInterface;
+using vestrel_test::loaderName;
+using vestrel_test::ProbeScenario;
+using vestrel_test::TestLog;
+
+namespace {
+
+template <typename Call>
+std::string hexkitText(Call call, int* severity = nullptr) {
+  try {
+    call();
+  } catch (const cHexkitError& e) {
+    if (severity != nullptr) *severity = e.GetSeverity();
+    return e.GetMessage();
+  }
+  return "<no cHexkitError>";
+}
+
+class ReceiverTest : public ::testing::Test {
+ protected:
+  void SetUp() override { scenario.workingProbe(); }
+  CChannelDriver* driverFor(CReceiver& receiver, const char* cpu, std::uint32_t handle = 7) {
+    return receiver.GetChannelDriver(cpu, &trace, handle, 0);
+  }
+  std::string driverFailure(const std::string& scenarioText) {
+    scenario.write(scenarioText);
+    Receiver receiver;
+    return hexkitText([&] { driverFor(receiver, "Probe1/CortexM4"); });
+  }
+
+  TestLog log{"3"};
+  FakeOsServices fake;
+  KV_ORV::ScopedOsOverride override{fake};
+  ProbeScenario scenario;
+  FakeTraceInterface trace;
+};
+
+}  // namespace
+
+TEST_F(ReceiverTest, ConstructionLoadsTheDeviceIdentifier) {
+  Receiver receiver;
+  EXPECT_NE(receiver.deviceIdentifier(), nullptr);
+  EXPECT_EQ(fake.loadedFiles, std::vector<std::string>{loaderName("DeviceIdentifier")});
+}
+
+TEST_F(ReceiverTest, AMissingDeviceIdentifierLibraryIsThrown) {
+  fake.libraryRedirects[loaderName("DeviceIdentifier")] = loaderName("vestrel_no_such_library");
+  int severity = 0;
+  EXPECT_EQ(hexkitText([] { Receiver receiver; }, &severity), "Failed to load DeviceIdentifier");
+  EXPECT_EQ(severity, 2);
+}
+
+TEST_F(ReceiverTest, ADeviceIdentifierLibraryWithoutItsExportsIsThrown) {
+  fake.libraryRedirects[loaderName("DeviceIdentifier")] = loaderName("vestrel_tiny");
+  EXPECT_EQ(hexkitText([] { Receiver receiver; }), "Missing exports in device identifier dll");
+}
+
+TEST_F(ReceiverTest, ANullDeviceIdentifierIsThrown) {
+  scenario.write("identifier = null\n");
+  EXPECT_EQ(hexkitText([] { Receiver receiver; }), "Internal error, failed to create device identifier");
+}
+
+TEST_F(ReceiverTest, WithoutDriversTheRegistryIsEmpty) {
+  Receiver receiver;
+  CReceiver& host = receiver;
+  EXPECT_EQ(host.GetNumAttachedCpus(), 0u);
+  EXPECT_EQ(host.GetNextAvailableChannel(), 1u);
+  EXPECT_EQ(host.FindChannelDriver("Probe1/CortexM4"), nullptr);
+  char buffer[64] = "untouched";
+  char* names[] = {buffer};
+  host.GetCpuNames(names);
+  EXPECT_STREQ(buffer, "untouched");
+  host.GetCpuNames(nullptr);
+  EXPECT_EQ(log.linesStartingWith("Vestrel_Receiver"),
+            (std::vector<std::string>{"Vestrel_Receiver: number of attached cpus is 0",
+                                      "Vestrel_Receiver: next available channel is 1"}));
+}
+
+TEST_F(ReceiverTest, ADriverIsHandedOutForACalderProbeAndASupportedDevice) {
+  Receiver receiver;
+  CReceiver& host = receiver;
+  CChannelDriver* driver = host.GetChannelDriver("Probe1/CortexM4", &trace, 7, 9);
+  ASSERT_NE(driver, nullptr);
+  auto* channel = dynamic_cast<ChannelDriver*>(driver);
+  ASSERT_NE(channel, nullptr);
+  EXPECT_EQ(channel->probeKind(), kCalderProbe);
+  EXPECT_EQ(channel->deviceIdentifier(), receiver.deviceIdentifier());
+  EXPECT_NE(channel->targetAdapter(), nullptr);
+  EXPECT_EQ(channel->cpuHandle(), 7u);
+  EXPECT_EQ(channel->auxId(), 9u);
+  EXPECT_EQ(receiver.probeKind(), kCalderProbe);
+  // SetupAdapter4 is loaded for each of the three board questions.
+  const std::string setup = loaderName("SetupAdapter4");
+  EXPECT_EQ(fake.loadedFiles, (std::vector<std::string>{loaderName("DeviceIdentifier"), setup, setup, setup,
+                                                        loaderName("ICETargetAdapter")}));
+  EXPECT_EQ(fake.freedLibraries, 3);
+}
+
+TEST_F(ReceiverTest, AHarrowProbeIsAcceptedToo) {
+  scenario.write(
+      "board * = " + scenario.board("$ product\n  name=\"Harrow\"\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n") +
+      "\ndevice_id = 0x0BB4D02F\n");
+  Receiver receiver;
+  auto* channel = dynamic_cast<ChannelDriver*>(driverFor(receiver, "cpu"));
+  ASSERT_NE(channel, nullptr);
+  EXPECT_EQ(channel->probeKind(), kHarrowProbe);
+}
+
+TEST_F(ReceiverTest, TheBoardFileIsAskedForTheRequestingCpu) {
+  scenario.write(
+      "board Probe1/CortexM4 = " + scenario.board("$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n") +
+      "\nboard * = " + scenario.board("$ nothing\n", "other.txt") + "\ndevice_id = 0x0B9AF02F\n");
+  Receiver receiver;
+  EXPECT_NE(driverFor(receiver, "Probe1/CortexM4"), nullptr);
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "Probe2/CortexM0"); }),
+            "SWO trace is not supported by this emulator.");
+}
+
+TEST_F(ReceiverTest, AnUnknownProbeIsNotSupported) {
+  EXPECT_EQ(driverFailure("board * = " + scenario.board("$ other\n") + "\ndevice_id = 0x0B9AF02F\n"),
+            "SWO trace is not supported by this emulator.");
+  EXPECT_EQ(driverFailure("device_id = 0x0B9AF02F\n"), "SWO trace is not supported by this emulator.");
+}
+
+TEST_F(ReceiverTest, ASetupAdapterThatFailsToInitializeIsLoggedAndUnsupported) {
+  EXPECT_EQ(driverFailure("initialize = fail no probe connected\n"), "SWO trace is not supported by this emulator.");
+  const std::string line = log.rawLineOf("Vestrel_Receiver: Unable to initialize SetupAdapter4 : no probe connected");
+  EXPECT_EQ(line.substr(0, 6), "    E ");
+}
+
+TEST_F(ReceiverTest, ANullSetupAdapterIsLoggedAndUnsupported) {
+  EXPECT_EQ(driverFailure("setup_adapter = null\n"), "SWO trace is not supported by this emulator.");
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: CreateSetupAdapter returned null in SetupAdapter4"));
+}
+
+TEST_F(ReceiverTest, ASetupAdapterThatThrowsIsLoggedAndUnsupported) {
+  EXPECT_EQ(driverFailure("initialize = throw\n"), "SWO trace is not supported by this emulator.");
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: exception using SetupAdapter4"));
+}
+
+TEST_F(ReceiverTest, ASetupAdapterLibraryWithoutItsFactoryIsLoggedAndUnsupported) {
+  fake.libraryRedirects[loaderName("SetupAdapter4")] = loaderName("vestrel_tiny");
+  Receiver receiver;
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "SWO trace is not supported by this emulator.");
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: Unable to find CreateSetupAdapter in SetupAdapter4"));
+}
+
+TEST_F(ReceiverTest, AMissingSetupAdapterLibraryIsThrown) {
+  fake.libraryRedirects[loaderName("SetupAdapter4")] = loaderName("vestrel_no_such_library");
+  Receiver receiver;
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load SetupAdapter4");
+}
+
+TEST_F(ReceiverTest, AnUnsupportedDeviceIsRefused) {
+  EXPECT_EQ(driverFailure("board * = " + scenario.board("$ calder\n") + "\ndevice_id = 0x12345678\n"),
+            "SWO trace is not supported by this device.");
+}
+
+TEST_F(ReceiverTest, AWrongProbeConfigurationIsThrownWithItsMessage) {
+  EXPECT_EQ(driverFailure("board * = " + scenario.board("$ calder\n$ swd\n  swd_debug=enabled\n") +
+                          "\ndevice_id = 0x0B9AF02F\n"),
+            kSwdConfigurationMessage);
+  EXPECT_EQ(driverFailure("board * = " + scenario.board("$ calder\n$ swd\n  swo_data=tdo_pin\n") +
+                          "\ndevice_id = 0x0B99A02F\n"),
+            kCjtagConfigurationMessage);
+}
+
+TEST_F(ReceiverTest, ANullTargetAdapterIsThrown) {
+  scenario.workingProbe("target_adapter = null\n");
+  Receiver receiver;
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }),
+            "Cannot get target adapter for SWO receiver. Bad installation or setup.");
+  EXPECT_EQ(receiver.GetNumAttachedCpus(), 0u);
+}
+
+TEST_F(ReceiverTest, ATargetAdapterLibraryWithoutItsFactoryIsThrown) {
+  fake.libraryRedirects[loaderName("ICETargetAdapter")] = loaderName("vestrel_tiny");
+  Receiver receiver;
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Cannot get target adapter factory. Bad installation.");
+}
+
+TEST_F(ReceiverTest, AMissingTargetAdapterLibraryIsThrown) {
+  fake.libraryRedirects[loaderName("ICETargetAdapter")] = loaderName("vestrel_no_such_library");
+  Receiver receiver;
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load ICETargetAdapter");
+}
+
+TEST_F(ReceiverTest, TheTargetAdapterLibraryIsLoadedOnceAndEachCpuGetsItsOwnAdapter) {
+  Receiver receiver;
+  auto* a = dynamic_cast<ChannelDriver*>(driverFor(receiver, "Probe1/A"));
+  auto* b = dynamic_cast<ChannelDriver*>(driverFor(receiver, "Probe1/B"));
+  EXPECT_NE(a->targetAdapter(), b->targetAdapter());
+  int adapterLoads = 0;
+  for (const auto& file : fake.loadedFiles) adapterLoads += file == loaderName("ICETargetAdapter");
+  EXPECT_EQ(adapterLoads, 1);
+}
+
+TEST_F(ReceiverTest, DriversAreCountedListedAndFound) {
+  Receiver receiver;
+  CReceiver& host = receiver;
+  CChannelDriver* a = driverFor(receiver, "Probe1/A");
+  CChannelDriver* b = driverFor(receiver, "Probe1/B");
+  EXPECT_EQ(host.GetNumAttachedCpus(), 2u);
+  EXPECT_EQ(host.GetNextAvailableChannel(), 3u);
+  EXPECT_EQ(host.FindChannelDriver("Probe1/B"), b);
+  EXPECT_EQ(host.FindChannelDriver("Probe1/A"), a);
+  EXPECT_EQ(host.FindChannelDriver("Probe1/C"), nullptr);
+  EXPECT_EQ(host.FindChannelDriver(nullptr), nullptr);
+  char first[32] = {}, second[32] = {};
+  char* names[] = {first, second};
+  host.GetCpuNames(names);
+  EXPECT_STREQ(first, "Probe1/A");
+  EXPECT_STREQ(second, "Probe1/B");
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: Get channel driver for CPU Probe1/B."));
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: cpuName[0] is Probe1/A"));
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: cpuName[1] is Probe1/B"));
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: number of attached cpus is 2"));
+  EXPECT_TRUE(log.contains("Vestrel_Receiver: next available channel is 3"));
+}
+
+TEST_F(ReceiverTest, ASecondRequestForTheSameCpuMakesASecondDriver) {
+  Receiver receiver;
+  CChannelDriver* first = driverFor(receiver, "Probe1/A");
+  CChannelDriver* second = driverFor(receiver, "Probe1/A");
+  EXPECT_NE(first, second);
+  EXPECT_EQ(receiver.GetNumAttachedCpus(), 2u);
+  EXPECT_EQ(receiver.FindChannelDriver("Probe1/A"), first);
+}
+
+TEST_F(ReceiverTest, ReleasingDeletesTheDriverAndAnUnknownOrSecondReleaseThrows) {
+  Receiver receiver;
+  CReceiver& host = receiver;
+  CChannelDriver* a = driverFor(receiver, "Probe1/A", 1);
+  driverFor(receiver, "Probe1/B", 2);
+  host.ReleaseChannelDriver(a);
+  EXPECT_EQ(trace.calls.back(), "ReleaseTrace(1)");
+  EXPECT_EQ(host.GetNumAttachedCpus(), 1u);
+  int severity = 0;
+  EXPECT_EQ(hexkitText([&] { host.ReleaseChannelDriver(a); }, &severity),
+            "Failed to release unknown SWO channel driver");
+  EXPECT_EQ(severity, 2);
+  FakeTraceInterface otherTrace;
+  ChannelDriver stranger(&receiver, "x", &otherTrace, 0, 0);
+  EXPECT_EQ(hexkitText([&] { host.ReleaseChannelDriver(&stranger); }), "Failed to release unknown SWO channel driver");
+  EXPECT_NO_THROW(host.ReleaseChannelDriver(nullptr));
+  EXPECT_EQ(host.GetNumAttachedCpus(), 1u);
+}
+
+TEST_F(ReceiverTest, TheOtherQueriesAnswerTheirConstants) {
+  Receiver receiver;
+  CReceiver& host = receiver;
+  EXPECT_EQ(host.QuerySlot8(), 1u);
+  EXPECT_EQ(host.QuerySlot12(5), 0u);
+  EXPECT_EQ(host.QuerySlot14(), 0u);
+  std::uint32_t current = 0, total = 0;
+  host.GetProgress(&current, &total);
+  EXPECT_EQ(current, 1u);
+  EXPECT_EQ(total, 100u);
+  int severity = 0;
+  EXPECT_EQ(hexkitText([&] { host.GetDataSource("cpu"); }, &severity), "Cannot get data source");
+  EXPECT_EQ(severity, 2);
+  EXPECT_NO_THROW(host.OnOtherNotification("cpu", 1));
+}
+
+TEST_F(ReceiverTest, DestroyingTheReceiverDestroysItsDrivers) {
+  {
+    Receiver receiver;
+    driverFor(receiver, "Probe1/A", 1);
+    driverFor(receiver, "Probe1/B", 2);
+  }
+  std::vector<std::string> releases;
+  for (const auto& call : trace.calls) {
+    if (call.rfind("ReleaseTrace", 0) == 0) releases.push_back(call);
+  }
+  EXPECT_EQ(releases, (std::vector<std::string>{"ReleaseTrace(1)", "ReleaseTrace(2)"}));
+}
+
+// --- target-state forwarding -------------------------------------------------------
+
+class TargetStateTest : public ReceiverTest {
+ protected:
+  void SetUp() override {
+    ReceiverTest::SetUp();
+    receiver = std::make_unique<Receiver>();
+    driver = dynamic_cast<ChannelDriver*>(driverFor(*receiver, "Probe1/A"));
+    trace.calls.clear();
+  }
+  void TearDown() override { receiver.reset(); }
+  std::unique_ptr<Receiver> receiver;
+  ChannelDriver* driver = nullptr;
+};
+
+TEST_F(TargetStateTest, NotConnectedUnregistersTheCpuWithoutAStop) {
+  for (std::uint32_t state : {3u, 4u}) {
+    driver->SetHaltState("Probe1/A", true);
+    ChannelDriverTestAccess::setState(*driver, 3);
+    receiver->OnTargetStateChanged("Probe1/A", state);
+    EXPECT_EQ(driver->targetState(), state);
+    EXPECT_TRUE(driver->haltList().empty());
+    EXPECT_EQ(driver->state(), 3u) << "the untouched record never says recording";
+    EXPECT_TRUE(trace.calls.empty());
+  }
+}
+
+TEST_F(TargetStateTest, RunningStartsARecordingThatIsNotRunning) {
+  for (std::uint32_t state : {5u, 6u}) {
+    receiver->OnTargetStateChanged("Probe1/A", state);
+    ASSERT_EQ(driver->haltList().size(), 1u);
+    EXPECT_FALSE(driver->haltList()[0].halted);
+  }
+  const auto lines = log.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                       "Vestrel_ChannelDriver: Cannot start recording unless caltibration is complete"),
+            2);
+}
+
+TEST_F(TargetStateTest, RunningLeavesARunningRecordingAlone) {
+  ChannelDriverTestAccess::setState(*driver, 3);
+  receiver->OnTargetStateChanged("Probe1/A", 5);
+  EXPECT_TRUE(trace.calls.empty());
+  EXPECT_FALSE(log.contains("Vestrel_ChannelDriver: Cannot start recording since recording is already in progress"));
+}
+
+TEST_F(TargetStateTest, ARunningTargetWithAReadyDriverStartsItWithArgumentZero) {
+  ChannelDriverTestAccess::setState(*driver, 2);
+  EXPECT_THROW(receiver->OnTargetStateChanged("Probe1/A", 5), cHexkitError);
+  EXPECT_EQ(trace.calls.front(), "TraceOff(7)");
+}
+
+TEST_F(TargetStateTest, HaltingStopsARunningRecording) {
+  for (std::uint32_t state : {7u, 8u}) {
+    ChannelDriverTestAccess::setState(*driver, 3);
+    trace.calls.clear();
+    receiver->OnTargetStateChanged("Probe1/A", state);
+    ASSERT_EQ(driver->haltList().size(), 1u);
+    EXPECT_TRUE(driver->haltList()[0].halted);
+    EXPECT_EQ(trace.calls, (std::vector<std::string>{"TraceStop(7)", "TraceOff(7)"}));
+    EXPECT_EQ(driver->state(), 5u);
+  }
+}
+
+TEST_F(TargetStateTest, HaltingWithoutARecordingStopsNothing) {
+  receiver->OnTargetStateChanged("Probe1/A", 7);
+  EXPECT_TRUE(trace.calls.empty());
+  EXPECT_TRUE(driver->haltList()[0].halted);
+}
+
+TEST_F(TargetStateTest, OtherStatesAreOnlyStored) {
+  receiver->OnTargetStateChanged("Probe1/A", 9);
+  EXPECT_EQ(driver->targetState(), 9u);
+  EXPECT_TRUE(driver->haltList().empty());
+  EXPECT_TRUE(trace.calls.empty());
+}
+
+TEST_F(TargetStateTest, UnknownAndNullCpusAreIgnored) {
+  receiver->OnTargetStateChanged("Probe1/Z", 7);
+  receiver->OnTargetStateChanged(nullptr, 7);
+  EXPECT_EQ(driver->targetState(), 0u);
+  EXPECT_TRUE(driver->haltList().empty());
+}
+
+TEST_F(TargetStateTest, JobStateZeroReachesTheDriverAndOthersDoNot) {
+  CReceiver& host = *receiver;
+  host.OnJobStateChanged("Probe1/A", 1);
+  EXPECT_FALSE(log.contains("Vestrel_ChannelDriver: state changed to eJOB_MODIFIED_DISABLE_RESUME"));
+  host.OnJobStateChanged("Probe1/A", 0);
+  EXPECT_TRUE(log.contains("Vestrel_ChannelDriver: state changed to eJOB_MODIFIED_DISABLE_RESUME"));
+  EXPECT_NO_THROW(host.OnJobStateChanged("Probe1/Z", 0));
+  EXPECT_NO_THROW(host.OnJobStateChanged(nullptr, 0));
+}

@@ -1,0 +1,62 @@
+#include "TestLog.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include "LogControl.h"
+#include "OsServices.h"
+
+namespace vestrel_test {
+
+namespace {
+constexpr std::size_t kStampedPrefix = 21;  // "M     14:03:07:045 | "
+}
+
+TestLog::TestLog(const char* level)
+    : userProfile_("USERPROFILE", std::string()), logDir_("VESTREL_TEST_LOG_DIR", std::string()) {
+  static std::atomic<int> counter{0};
+  name_ = "test_log_" + std::to_string(counter++) + ".txt";
+  // The profile stays in force after the set-up, for the code under test.
+  KV_ORV::nativeOs().setEnvironmentVariable("USERPROFILE", profile_.path().c_str());
+  KV_ORV::nativeOs().setEnvironmentVariable("VESTREL_TEST_LOG_DIR", logs_.path().c_str());
+  ScopedEnv logging("VESTREL_TEST_LOGGING", level != nullptr ? std::optional<std::string>(level) : std::nullopt);
+  KV_ORV::LogControl::Instance().Init(name_.c_str(), "VESTREL_TEST_LOGGING", "VESTREL_TEST_LOG_DIR", true);
+}
+
+std::string TestLog::path() const { return logs_.file(name_); }
+
+std::vector<std::string> TestLog::rawLines() const {
+  auto all = splitLines(readFile(path()), textNewline());
+  // The logger's own two directory lines come first.
+  all.erase(all.begin(), all.begin() + std::min<std::size_t>(2, all.size()));
+  return all;
+}
+
+std::vector<std::string> TestLog::lines() const {
+  std::vector<std::string> texts;
+  for (const std::string& line : rawLines())
+    texts.push_back(line.size() > kStampedPrefix ? line.substr(kStampedPrefix) : "");
+  return texts;
+}
+
+std::vector<std::string> TestLog::linesStartingWith(const std::string& prefix) const {
+  std::vector<std::string> found;
+  for (const std::string& text : lines()) {
+    if (text.rfind(prefix, 0) == 0) found.push_back(text);
+  }
+  return found;
+}
+
+std::string TestLog::rawLineOf(const std::string& text) const {
+  for (const std::string& line : rawLines()) {
+    if (line.size() > kStampedPrefix && line.substr(kStampedPrefix) == text) return line;
+  }
+  return {};
+}
+
+bool TestLog::contains(const std::string& text) const {
+  const auto all = lines();
+  return std::find(all.begin(), all.end(), text) != all.end();
+}
+
+}  // namespace vestrel_test
