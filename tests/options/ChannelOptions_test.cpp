@@ -14,11 +14,7 @@ namespace {
 
 class OptionTableTest : public ::testing::Test {
  protected:
-  void SetUp() override { testing::internal::CaptureStdout(); }
-  void TearDown() override {
-    testing::internal::GetCapturedStdout();
-    setProbeFamily(2);
-  }
+  void TearDown() override { setProbeFamily(2); }
   vestrel_test::FakeSerialDevices devices;
   ScopedSerialDeviceSource scope{devices};
 };
