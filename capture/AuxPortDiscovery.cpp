@@ -52,6 +52,12 @@ std::atomic<SerialDeviceSource*> overrideSource{nullptr};
 
 }  // namespace
 
+SerialDeviceSource::VersionCheck classifyWindowsVersion(unsigned major, unsigned minor) {
+  const bool xpOr2003 = major == 5 && (minor == 1 || minor == 2);
+  return xpOr2003 || major >= 6 ? SerialDeviceSource::VersionCheck::Supported
+                                : SerialDeviceSource::VersionCheck::TooOld;
+}
+
 SerialDeviceSource& serialDevices() {
   SerialDeviceSource* replacement = overrideSource.load();
   return replacement != nullptr ? *replacement : systemSerialDevices();

@@ -20,6 +20,10 @@ class SerialDeviceSource {
   virtual bool friendlyNames(std::vector<std::wstring>& names) = 0;
 };
 
+// Windows XP (5.1), Server 2003 (5.2) and every version from 6.0 on run the
+// enumeration; older ones do not.
+SerialDeviceSource::VersionCheck classifyWindowsVersion(unsigned major, unsigned minor);
+
 // The source in force: the system's unless a test installed another.
 SerialDeviceSource& serialDevices();
 SerialDeviceSource& systemSerialDevices();

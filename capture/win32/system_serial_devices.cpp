@@ -22,9 +22,7 @@ class SetupApiSerialDevices final : public SerialDeviceSource {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     if (!GetVersionExW(&version)) return VersionCheck::QueryFailed;
 #pragma GCC diagnostic pop
-    const bool xpOr2003 = version.dwMajorVersion == 5 && (version.dwMinorVersion == 1 || version.dwMinorVersion == 2);
-    if (!xpOr2003 && version.dwMajorVersion < 6) return VersionCheck::TooOld;
-    return VersionCheck::Supported;
+    return classifyWindowsVersion(version.dwMajorVersion, version.dwMinorVersion);
   }
 
   bool friendlyNames(std::vector<std::wstring>& names) override {

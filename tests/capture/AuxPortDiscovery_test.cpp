@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "FakeSerialDevices.h"
+#include "SerialDeviceSource.h"
 
 using namespace Kv::Orv::Trace::Vestrel;
 using Strings = std::vector<std::string>;
@@ -113,4 +114,16 @@ TEST(ComNumber, DigitsRightAfterTheFirstCom) {
   EXPECT_TRUE(comNumberOf(L"Port COMx9", number));
   EXPECT_EQ(number, 0);
   EXPECT_FALSE(comNumberOf(L"Port (com5)", number));
+}
+
+TEST(WindowsVersion, FiveZeroIsTooOldAndXp2003AndSixOnProceed) {
+  using Check = SerialDeviceSource::VersionCheck;
+  EXPECT_EQ(classifyWindowsVersion(5, 0), Check::TooOld);
+  EXPECT_EQ(classifyWindowsVersion(4, 10), Check::TooOld);
+  EXPECT_EQ(classifyWindowsVersion(5, 3), Check::TooOld);
+  EXPECT_EQ(classifyWindowsVersion(5, 1), Check::Supported);
+  EXPECT_EQ(classifyWindowsVersion(5, 2), Check::Supported);
+  EXPECT_EQ(classifyWindowsVersion(6, 0), Check::Supported);
+  EXPECT_EQ(classifyWindowsVersion(6, 3), Check::Supported);
+  EXPECT_EQ(classifyWindowsVersion(10, 0), Check::Supported);
 }
