@@ -8,6 +8,7 @@
 #include "ChannelDriverTestAccess.h"
 #include "FakeTraceInterface.h"
 #include "TestLog.h"
+#include "ThrownText.h"
 #include "cHexkitError.h"
 
 using Kv::Orv::Hexkit::cHexkitError;
@@ -16,6 +17,7 @@ using Kv::Orv::Trace::CReceiver;
 using Kv::Orv::Trace::Vestrel::ChannelDriver;
 using Kv::Orv::Trace::Vestrel::ChannelDriverTestAccess;
 using vestrel_test::FakeTraceInterface;
+using vestrel_test::hexkitText;
 using vestrel_test::ScopedEnv;
 using vestrel_test::TestLog;
 
@@ -23,17 +25,6 @@ namespace {
 
 // Any non-null owner will do: the driver only keeps the pointer.
 CReceiver* const kOwner = reinterpret_cast<CReceiver*>(0x1000);
-
-template <typename Call>
-std::string hexkitText(Call call, int* severity = nullptr) {
-  try {
-    call();
-  } catch (const cHexkitError& e) {
-    if (severity != nullptr) *severity = e.GetSeverity();
-    return e.GetMessage();
-  }
-  return "<no cHexkitError>";
-}
 
 class ChannelDriverTest : public ::testing::Test {
  protected:

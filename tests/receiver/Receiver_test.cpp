@@ -12,6 +12,7 @@
 #include "FakeTraceInterface.h"
 #include "ProbeScenario.h"
 #include "TestLog.h"
+#include "ThrownText.h"
 #include "cHexkitError.h"
 
 using Kv::Orv::Hexkit::cHexkitError;
@@ -21,22 +22,12 @@ using Kv::Orv::Trace::CReceiver;
 using namespace Kv::Orv::Trace::Vestrel;
 using vestrel_test::FakeOsServices;
 using vestrel_test::FakeTraceInterface;
+using vestrel_test::hexkitText;
 using vestrel_test::loaderName;
 using vestrel_test::ProbeScenario;
 using vestrel_test::TestLog;
 
 namespace {
-
-template <typename Call>
-std::string hexkitText(Call call, int* severity = nullptr) {
-  try {
-    call();
-  } catch (const cHexkitError& e) {
-    if (severity != nullptr) *severity = e.GetSeverity();
-    return e.GetMessage();
-  }
-  return "<no cHexkitError>";
-}
 
 class ReceiverTest : public ::testing::Test {
  protected:

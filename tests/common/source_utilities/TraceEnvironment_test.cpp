@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "ThrownText.h"
+
 #include <string>
 #include <thread>
 
@@ -17,12 +19,7 @@ namespace {
 
 template <typename Call>
 std::string errorText(Call call) {
-  try {
-    call();
-  } catch (const source_utilities_error& e) {
-    return e.what();
-  }
-  return "<no source_utilities_error>";
+  return vestrel_test::thrownText<source_utilities_error>(call);
 }
 
 class TraceDirectoriesTest : public ::testing::Test {

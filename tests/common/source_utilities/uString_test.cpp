@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "ThrownText.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,12 +13,7 @@ namespace uString = KV_ORV::uString;
 namespace {
 template <typename Call>
 std::string errorText(Call call) {
-  try {
-    call();
-  } catch (const uString::error& e) {
-    return e.what();
-  }
-  return "<no uString::error>";
+  return vestrel_test::thrownText<uString::error>(call);
 }
 }  // namespace
 
