@@ -5,6 +5,7 @@
 
 #include "LogControl.h"
 #include "OsServices.h"
+#include "TraceStartup.h"
 
 namespace vestrel_test {
 
@@ -13,7 +14,9 @@ constexpr std::size_t kStampedPrefix = 21;  // "M     14:03:07:045 | "
 }
 
 TestLog::TestLog(const char* level)
-    : userProfile_("USERPROFILE", std::string()), logDir_("VESTREL_TEST_LOG_DIR", std::string()) {
+    : userProfile_("USERPROFILE", std::string()),
+      logDir_("VESTREL_TEST_LOG_DIR", std::string()),
+      logging_("KV_TRACE_LOGGING", std::nullopt) {
   static std::atomic<int> counter{0};
   name_ = "test_log_" + std::to_string(counter++) + ".txt";
   // The profile stays in force after the set-up, for the code under test.
@@ -21,9 +24,21 @@ TestLog::TestLog(const char* level)
   KV_ORV::nativeOs().setEnvironmentVariable("VESTREL_TEST_LOG_DIR", logs_.path().c_str());
   ScopedEnv logging("VESTREL_TEST_LOGGING", level != nullptr ? std::optional<std::string>(level) : std::nullopt);
   KV_ORV::LogControl::Instance().Init(name_.c_str(), "VESTREL_TEST_LOGGING", "VESTREL_TEST_LOG_DIR", true);
+  path_ = logs_.file(name_);
 }
 
-std::string TestLog::path() const { return logs_.file(name_); }
+TestLog::TestLog(const char* level, StartupNamed)
+    : userProfile_("USERPROFILE", std::string()),
+      logDir_("KV_TRACE_LOGGING_DIR", std::string()),
+      logging_("KV_TRACE_LOGGING", level != nullptr ? std::optional<std::string>(level) : std::nullopt) {
+  KV_ORV::nativeOs().setEnvironmentVariable("USERPROFILE", profile_.path().c_str());
+  KV_ORV::TraceStartup startup;
+  startup.run();
+  name_ = startup.logFileName();
+  KV_ORV::LogControl::Instance().Init(name_.c_str(), KV_ORV::TraceStartup::kLoggingVariable,
+                                      KV_ORV::TraceStartup::kLoggingDirVariable, true);
+  path_ = startup.baseDirectory() + sep() + name_;
+}
 
 std::vector<std::string> TestLog::rawLines() const {
   auto all = splitLines(readFile(path()), textNewline());

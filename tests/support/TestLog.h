@@ -14,6 +14,11 @@ class TestLog {
   // level: the value of the logging variable ("1" to "6"); nullptr leaves
   // logging off.
   explicit TestLog(const char* level);
+  // The log the trace start-up names (kv_trace_log_<date>_<pid>.txt under
+  // the profile), with KV_TRACE_LOGGING set to level: modules that set up
+  // logging on their own (the collector) then write to this same log.
+  struct StartupNamed {};
+  TestLog(const char* level, StartupNamed);
 
   // Whole lines as written, without their line ends.
   std::vector<std::string> rawLines() const;
@@ -26,14 +31,16 @@ class TestLog {
   // True when some line's text equals text.
   bool contains(const std::string& text) const;
   const std::string& profile() const { return profile_.path(); }
-  std::string path() const;
+  std::string path() const { return path_; }
 
  private:
   ScratchDirectory profile_;
   ScratchDirectory logs_;
   ScopedEnv userProfile_;
   ScopedEnv logDir_;
+  ScopedEnv logging_;
   std::string name_;
+  std::string path_;
 };
 
 }  // namespace vestrel_test
