@@ -1,0 +1,235 @@
+// Capture benchmark. Prints, from one run on this machine:
+//   throughput: the collector's MB/s through a pseudo-terminal, the MB/s of a
+//     minimal 100-byte read/write loop over the same calls (the baseline),
+//     their ratio, and whether the capture was byte-exact;
+//   paced: the feeder paced at rising rates through a 4 KiB buffer whose
+//     overflow is dropped and counted (a UART overrun), and the highest rate
+//     with zero drops.
+// Usage: capture_bench [throughput [megabytes] | paced [seconds-per-rate]]
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "PseudoTerminal.h"
+#include "SerialPort.h"
+#include "UARTDataCollector.h"
+#include "uFile.h"
+#include "uThread.h"
+
+using namespace Kv::Orv::Trace::Vestrel;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr int kPort = 7;
+
+std::string randomBytes(std::size_t size) {
+  std::mt19937_64 generator(42);
+  std::string data(size, '\0');
+  for (std::size_t i = 0; i < size; i += 8) {
+    const std::uint64_t word = generator();
+    std::memcpy(&data[i], &word, std::min<std::size_t>(8, size - i));
+  }
+  return data;
+}
+
+std::string readAll(const std::string& path) {
+  KV_ORV::uFile file;
+  std::string content;
+  if (!file.open(path.c_str(), "rb")) return content;
+  content.resize(static_cast<std::size_t>(file.length()));
+  content.resize(file.read(content.data(), content.size()));
+  file.close();
+  return content;
+}
+
+std::int64_t lengthOf(const std::string& path) {
+  KV_ORV::uFile file;
+  if (!file.open(path.c_str(), "rb")) return 0;
+  const std::int64_t length = file.length();
+  file.close();
+  return length;
+}
+
+double megabytesPerSecond(std::size_t bytes, Clock::duration elapsed) {
+  return static_cast<double>(bytes) / 1e6 / std::chrono::duration<double>(elapsed).count();
+}
+
+// The least a capture can do: open the port as the collector does, then
+// read 100 bytes and write them, in a loop, until everything arrived.
+double baseline(const std::string& dir, const std::string& data) {
+  vestrel_bench::PseudoTerminal pty(kPort, dir);
+  SerialApi& api = systemSerialApi();
+  PortHandle port = api.openPort(L"\\\\.\\COM7");
+  PortState state;
+  api.getState(port, state);
+  // Programmed as the collector programs it: raw 8N1, no flow control (a
+  // port left with XON/XOFF on would eat those bytes of the stream).
+  state.BaudRate = 2000000;
+  state.ByteSize = 8;
+  state.Parity = kNoParity;
+  state.StopBits = kOneStopBit;
+  state.fBinary = 1;
+  state.fParity = 0;
+  state.fOutxCtsFlow = 0;
+  state.fOutxDsrFlow = 0;
+  state.fOutX = 0;
+  state.fInX = 0;
+  api.setState(port, state);
+  FileHandle file = api.createCaptureFile(std::wstring(L"") + std::filesystem::path(dir + "/baseline.bin").wstring());
+  std::size_t total = 0;
+  std::thread reader([&] {
+    unsigned char buffer[100];
+    while (total < data.size()) {
+      std::uint32_t got = 0, put = 0;
+      api.read(port, buffer, sizeof buffer, got);
+      api.writeFile(file, buffer, got, put);
+      total += got;
+    }
+  });
+  const auto start = Clock::now();
+  pty.writeAll(data.data(), data.size());
+  reader.join();
+  const auto elapsed = Clock::now() - start;
+  api.closeFile(file);
+  api.closePort(port);
+  return megabytesPerSecond(data.size(), elapsed);
+}
+
+struct CollectorRun {
+  double megabytesPerSecond = 0;
+  bool exact = false;
+};
+
+CollectorRun collector(const std::string& dir, const std::string& data) {
+  vestrel_bench::PseudoTerminal pty(kPort, dir);
+  const std::string capture = dir + "/swotrace_bench.bin";
+  std::uint32_t prescaler = 0;
+  auto collector = std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false);
+  KV_ORV::uThread thread(collector.get(), 0, 0);
+  thread.start();
+  const auto start = Clock::now();
+  pty.writeAll(data.data(), data.size());
+  while (lengthOf(capture) < static_cast<std::int64_t>(data.size())) std::this_thread::yield();
+  const auto elapsed = Clock::now() - start;
+  collector->stop();
+  while (!collector->isFinished()) KV_ORV::yield();
+  collector.reset();
+  return {megabytesPerSecond(data.size(), elapsed), readAll(capture) == data};
+}
+
+struct PacedRun {
+  std::uint64_t offered = 0;
+  std::uint64_t dropped = 0;
+  std::uint64_t droppedReaderBehind = 0;  // lost while the pty still held unread bytes
+  double worstLateUs = 0;                 // the feeder's own worst wake-up delay
+  bool exact = false;
+};
+
+// A UART with a 4 KiB receive FIFO: bytes arrive at the paced rate whether or
+// not anyone reads, and what does not fit in the FIFO is lost (an overrun).
+// Every 100 us the feeder (at real-time priority, so that it wakes on time)
+// adds the bytes due since the last tick and moves what the pseudo-terminal
+// takes out of the FIFO.
+PacedRun paced(const std::string& dir, double megabytesPerSecond, double seconds) {
+  vestrel_bench::PseudoTerminal pty(kPort, dir);
+  const std::string capture = dir + "/swotrace_paced.bin";
+  std::uint32_t prescaler = 0;
+  auto collector = std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false);
+  KV_ORV::uThread thread(collector.get(), 0, 0);
+  thread.start();
+
+  constexpr std::size_t kFifo = 4096;
+  const auto tick = std::chrono::microseconds(100);
+  const std::string pattern = randomBytes(1 << 20);
+  std::string sent;
+  std::string fifo;
+  PacedRun run;
+  const auto start = Clock::now();
+  auto next = start + tick;
+  for (;;) {
+    std::this_thread::sleep_until(next);
+    const auto now = Clock::now();
+    run.worstLateUs = std::max(run.worstLateUs, std::chrono::duration<double, std::micro>(now - next).count());
+    const double elapsed = std::chrono::duration<double>(now - start).count();
+    const auto due = static_cast<std::uint64_t>(std::min(elapsed, seconds) * megabytesPerSecond * 1e6);
+    // The FIFO still holding bytes from the last tick means the pty refused
+    // them: the reader is behind. An empty FIFO that overflows now was
+    // overrun because the feeder woke late.
+    const bool readerBehind = !fifo.empty();
+    for (; run.offered < due; ++run.offered) {
+      if (fifo.size() < kFifo) {
+        fifo += pattern[run.offered % pattern.size()];
+      } else {
+        ++run.dropped;
+        if (readerBehind) ++run.droppedReaderBehind;
+      }
+    }
+    const std::size_t put = fifo.empty() ? 0 : pty.writeSome(fifo.data(), fifo.size());
+    sent.append(fifo, 0, put);
+    fifo.erase(0, put);
+    if (elapsed >= seconds && fifo.empty()) break;
+    next += tick;
+  }
+  while (lengthOf(capture) < static_cast<std::int64_t>(sent.size())) std::this_thread::yield();
+  collector->stop();
+  while (!collector->isFinished()) KV_ORV::yield();
+  collector.reset();
+  run.exact = readAll(capture) == sent;
+  return run;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string mode = argc > 1 ? argv[1] : "throughput";
+  const std::string dir = std::filesystem::temp_directory_path() / ("vestrel-bench-" + std::to_string(getpid()));
+  std::filesystem::create_directories(dir);
+  int status = 0;
+  if (mode == "throughput") {
+    const std::size_t megabytes = argc > 2 ? std::stoul(argv[2]) : 200;
+    const std::string data = randomBytes(megabytes << 20);
+    const double base = baseline(dir, data);
+    const CollectorRun run = collector(dir, data);
+    std::printf("capture throughput (%zu MiB through a pseudo-terminal)\n", megabytes);
+    std::printf("  %-38s %10.1f MB/s\n", "baseline: 100-byte read/write loop", base);
+    std::printf("  %-38s %10.1f MB/s\n", "collector", run.megabytesPerSecond);
+    std::printf("  %-38s %10.2f\n", "ratio collector / baseline", run.megabytesPerSecond / base);
+    std::printf("  %-38s %10s\n", "byte-exact", run.exact ? "yes" : "NO");
+    status = run.exact ? 0 : 1;
+  } else if (mode == "paced") {
+    const double seconds = argc > 2 ? std::stod(argv[2]) : 1.0;
+    double best = 0;
+    const bool realTime = vestrel_bench::raiseToRealTimePriority();
+    std::printf("paced capture through a 4 KiB FIFO, %.1f s per rate (feeder %s)\n", seconds,
+                realTime ? "at real-time priority" : "at normal priority: real-time was refused");
+    std::printf("  %10s %14s %14s %18s %16s %11s\n", "rate MB/s", "offered bytes", "dropped bytes", "of which reader",
+                "feeder late us", "byte-exact");
+    bool stillClean = true;
+    bool readerClean = true;
+    double bestReader = 0;
+    for (double rate : {1.0, 2.0, 5.0, 10.0, 15.0, 20.0, 25.0, 30.0, 40.0}) {
+      const PacedRun run = paced(dir, rate, seconds);
+      std::printf("  %10.0f %14llu %14llu %18llu %16.0f %11s\n", rate, static_cast<unsigned long long>(run.offered),
+                  static_cast<unsigned long long>(run.dropped),
+                  static_cast<unsigned long long>(run.droppedReaderBehind), run.worstLateUs, run.exact ? "yes" : "NO");
+      if (!run.exact) status = 1;
+      stillClean = stillClean && run.dropped == 0 && run.exact;
+      if (stillClean) best = rate;
+      readerClean = readerClean && run.droppedReaderBehind == 0 && run.exact;
+      if (readerClean) bestReader = rate;
+    }
+    std::printf("  highest rate with no loss while the reader was behind: %.0f MB/s\n", bestReader);
+    std::printf("  highest rate with zero drops of any cause: %.0f MB/s\n", best);
+  } else {
+    std::fprintf(stderr, "usage: capture_bench [throughput [megabytes] | paced [seconds-per-rate]]\n");
+    status = 2;
+  }
+  std::filesystem::remove_all(dir);
+  return status;
+}
