@@ -230,19 +230,11 @@ void ChannelDriver::StopRecording() {
   resetItmChannels();
 }
 
-// Configuration, attributes and sample access are not part of this build yet.
+// Configuration and attributes are not part of this build yet.
 void ChannelDriver::SetConfiguration(const char*) { fail("SetConfiguration is not available in this build"); }
 
 TraceAttribute& ChannelDriver::GetAttribute(const char*, TraceAttribute&) {
   fail("GetAttribute is not available in this build");
 }
-
-void ChannelDriver::SaveToFile(std::string, std::uint32_t) { fail("SaveToFile is not available in this build"); }
-
-std::uint32_t ChannelDriver::SeekReadTraceData(std::uint32_t, std::uint32_t, std::uint64_t*, std::uint32_t*) {
-  fail("SeekReadTraceData is not available in this build");
-}
-
-std::uint32_t ChannelDriver::GetNumSamples() { fail("GetNumSamples is not available in this build"); }
 
 }  // namespace Kv::Orv::Trace::Vestrel

@@ -1,0 +1,132 @@
+// Reading the capture as 8-byte samples, and exporting it as a binary dump
+// or a "BinTraceData" section of a TDF file. None of this takes the driver's
+// lock: it may run while the collector still appends, and then sees the file
+// as far as it was written.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "ChannelDriver.h"
+#include "LogControl.h"
+#include "NativePlatform.h"
+#include "TdfWriter.h"
+#include "cHexkitError.h"
+#include "uFile.h"
+
+namespace Kv::Orv::Trace::Vestrel {
+
+using Hexkit::cHexkitError;
+using Hexkit::cHexkitErrorIF;
+using KV_ORV::kLogError;
+using KV_ORV::kLogMessage;
+
+namespace {
+
+constexpr std::uint32_t kSampleSize = 8;
+constexpr std::uint32_t kExportChunk = 8192;  // samples per read and write
+constexpr std::uint32_t kBinaryFormat = 2;
+
+// A partial last sample counts as a sample.
+std::uint32_t sampleCount(const std::string& path) {
+  KV_ORV::uFile file;
+  if (!file.open(path.c_str(), "rb")) return 0;
+  const std::int64_t length = file.length();
+  file.close();
+  if (length <= 0) return 0;
+  return static_cast<std::uint32_t>((static_cast<std::uint64_t>(length) + 7) / 8);
+}
+
+struct StreamCloser {
+  void operator()(std::FILE* stream) const {
+    if (stream != nullptr) std::fclose(stream);
+  }
+};
+using Stream = std::unique_ptr<std::FILE, StreamCloser>;
+
+}  // namespace
+
+std::uint32_t ChannelDriver::GetNumSamples() {
+  const std::uint32_t count = sampleCount(captureFilePath_);
+  KV_LOG(2, kLogMessage, "%s: GetNumSamples retrieved %d samples", kTag, static_cast<int>(count));
+  return count;
+}
+
+std::uint32_t ChannelDriver::SeekReadTraceData(std::uint32_t startSample, std::uint32_t numRequested,
+                                               std::uint64_t* buffer, std::uint32_t* numRead) {
+  KV_LOG(1, kLogMessage, "%s: SeekReadTraceData start sample = %d, num samples requested = %d", kTag,
+         static_cast<int>(startSample), static_cast<int>(numRequested));
+  const std::uint32_t total = sampleCount(captureFilePath_);
+  if (startSample >= total) {
+    KV_LOG(1, kLogMessage, "%s: seek read start sample out of range", kTag);
+    if (numRead != nullptr) *numRead = 0;
+    return 0;
+  }
+  const std::uint32_t n =
+      static_cast<std::uint64_t>(startSample) + numRequested > total ? total - startSample : numRequested;
+  // Nothing asked for, nothing to touch: the buffer may have no room at all.
+  if (n == 0 || buffer == nullptr) {
+    if (numRead != nullptr) *numRead = 0;
+    return 0;
+  }
+
+  Stream file(KV_ORV::native::openSharedStream(captureFilePath_.c_str(), "rb"));
+  if (!file) {
+    KV_LOG(1, kLogError, "%s: seek read file failed to open internal data file", kTag);
+    return 0;
+  }
+  if (std::fseek(file.get(), static_cast<long>(static_cast<std::uint64_t>(startSample) * kSampleSize), SEEK_SET) != 0) {
+    KV_LOG(1, kLogError, "%s: seek read file failed to seek to start of data", kTag);
+    return 0;
+  }
+  // A partial last sample reads as zero-padded.
+  buffer[n - 1] = 0;
+  const std::size_t bytes = std::fread(buffer, 1, static_cast<std::size_t>(n) * kSampleSize, file.get());
+  const auto samplesRead = static_cast<std::uint32_t>(bytes / kSampleSize + (bytes % kSampleSize != 0 ? 1 : 0));
+  if (samplesRead != n) {
+    KV_LOG(1, kLogError, "%s: seek read file failed with numSamplesActual=%u, numSamplesRead=%u", kTag, n, samplesRead);
+  }
+  if (numRead != nullptr) *numRead = samplesRead;
+  return samplesRead;
+}
+
+void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
+  if (fileName.empty()) throw cHexkitError("Data cannot be saved to empty file", cHexkitErrorIF::eSeverityError);
+  {
+    Stream probe(KV_ORV::native::openSharedStream(fileName.c_str(), "ab"));
+    if (!probe) {
+      KV_LOG(1, kLogError, "%s : %s : %s", kTag, std::strerror(errno), fileName.c_str());
+      throw cHexkitError("Could not open file", cHexkitErrorIF::eSeverityError);
+    }
+  }
+
+  Stream binary;
+  std::uint32_t sectionOffset = 0;
+  if (format == kBinaryFormat) {
+    binary.reset(KV_ORV::native::openSharedStream(fileName.c_str(), "wb"));
+    if (!binary) throw cHexkitError("Could not open file", cHexkitErrorIF::eSeverityError);
+  } else {
+    writeSectionHeader(fileName.c_str(), "BinTraceData", 1, sectionOffset);
+  }
+
+  const std::uint32_t total = GetNumSamples();
+  std::vector<std::uint64_t> chunk(kExportChunk);
+  std::uint32_t position = 0;
+  while (position < total) {
+    std::uint32_t got = 0;
+    const std::uint32_t n = SeekReadTraceData(position, kExportChunk, chunk.data(), &got);
+    // A read that yields nothing would never reach the total: the export
+    // ends with what it has.
+    if (n == 0) break;
+    if (binary) {
+      std::fwrite(chunk.data(), kSampleSize, n, binary.get());
+    } else {
+      std::uint32_t sectionLength = 0;
+      writeSectionData(fileName.c_str(), "BinTraceData", sectionOffset, chunk.data(), kSampleSize, n, sectionLength);
+    }
+    position += n;
+  }
+}
+
+}  // namespace Kv::Orv::Trace::Vestrel
