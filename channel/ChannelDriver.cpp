@@ -230,9 +230,7 @@ void ChannelDriver::StopRecording() {
   resetItmChannels();
 }
 
-// Configuration and attributes are not part of this build yet.
-void ChannelDriver::SetConfiguration(const char*) { fail("SetConfiguration is not available in this build"); }
-
+// Attributes are not part of this build yet.
 TraceAttribute& ChannelDriver::GetAttribute(const char*, TraceAttribute&) {
   fail("GetAttribute is not available in this build");
 }

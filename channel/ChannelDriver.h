@@ -11,6 +11,7 @@
 #include "CChannelDriver.h"
 #include "CCpuTraceInterface.h"
 #include "CReceiver.h"
+#include "ChannelOptions.h"
 #include "ProbeInterfaces.h"
 #include "ProbeKind.h"
 #include "uMutex.h"
@@ -72,6 +73,10 @@ class ChannelDriver : public CChannelDriver {
   void SetTargetAdapter(Probe::CTargetAdapter* adapter) { targetAdapter_ = adapter; }
   void SetProbeKind(ProbeKind kind) { probeKind_ = kind; }
 
+  // The probe firmware version in an option text, packed as
+  // major<<24 | minor<<16 | bug-fix<<8 | patch; 0 when it has no dot.
+  static std::uint32_t ParseFirmwareVersion(std::string text);
+
   // Read-only views for the receiver and for tests.
   std::uint32_t state() const { return state_; }
   std::uint32_t targetState() const { return targetState_; }
@@ -84,6 +89,15 @@ class ChannelDriver : public CChannelDriver {
   Probe::CDeviceIdentifier* deviceIdentifier() const { return deviceIdentifier_; }
   Probe::CTargetAdapter* targetAdapter() const { return targetAdapter_; }
   const std::string& exceptionMapName() const { return exceptionMapName_; }
+  const OptionSet& options() const { return options_; }
+  std::uint32_t encoding() const { return encoding_; }
+  double traceClockHz() const { return traceClockHz_; }
+  std::uint32_t prescaler() const { return prescaler_; }
+  std::uint32_t comPort() const { return comPort_; }
+  std::uint32_t tsPrescaler() const { return tsPrescaler_; }
+  bool prescalerAuto() const { return prescalerAuto_; }
+  bool clockAuto() const { return clockAuto_; }
+  std::uint32_t firmwareVersion() const { return firmwareVersion_; }
   const std::array<std::int32_t, 32>& itmChannelTypes() const { return itmChannelTypes_; }
   bool itmSetupLoaded() const { return itmSetupLoaded_; }
   struct HaltEntry {
@@ -96,6 +110,8 @@ class ChannelDriver : public CChannelDriver {
   friend class ChannelDriverTestAccess;
 
   bool targetDisconnected() const;
+  std::string findOption(std::uint32_t id) const;
+  void applyOptions();
   void clearExportStatus();
   void stopCollector();
   void resetItmChannels();
@@ -109,6 +125,7 @@ class ChannelDriver : public CChannelDriver {
   std::unique_ptr<KV_ORV::uThread> collectorThread_;
   std::uint32_t targetState_ = 0;
   std::uint32_t state_ = kNotCalibrated;
+  OptionSet options_;
   std::uint32_t encoding_ = eSWO_ENCODING_UART;
   double traceClockHz_ = 0.0;
   std::uint32_t prescaler_ = 0;
