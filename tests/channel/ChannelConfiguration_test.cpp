@@ -68,7 +68,7 @@ TEST(FirmwareVersion, TheTextIsCutAfterTheBlankBeforeTheFirstDot) {
   EXPECT_EQ(ChannelDriver::ParseFirmwareVersion("V 2.0.0.5"), 0x02000005u);
   EXPECT_EQ(ChannelDriver::ParseFirmwareVersion("Rev 1.0.0.5"), 0x01000005u);
   EXPECT_EQ(ChannelDriver::ParseFirmwareVersion("Firmware version 1.2.3.40"), 0x01020328u);
-  EXPECT_EQ(ChannelDriver::ParseFirmwareVersion("1.0.0.5"), 0x00000005u);  // major read as 0
+  EXPECT_EQ(ChannelDriver::ParseFirmwareVersion("1.0.0.5"), 0x00000005u);   // major read as 0
   EXPECT_EQ(ChannelDriver::ParseFirmwareVersion("12.3.4.5"), 0x02030405u);  // loses its first character
 }
 
