@@ -1,0 +1,42 @@
+#include "DeviceRegisters.h"
+
+#include <cstdlib>
+
+#include "cHexkitError.h"
+
+namespace Kv::Orv::Trace::Vestrel {
+
+using Hexkit::cHexkitError;
+using Hexkit::cHexkitErrorIF;
+
+const char* const kClockUndetermined =
+    "Could not determine the System clock frequency automatically. Please set it manually in the receiver "
+    "properties.";
+
+DeviceRegisters::DeviceRegisters(const std::string& cpuName, Probe::CDeviceIdentifier* identifier,
+                                 Probe::CTargetAdapter* adapter)
+    : adapter_(adapter) {
+  Probe::CDeviceInfo* info = identifier != nullptr ? identifier->getDeviceInfo(cpuName.c_str()) : nullptr;
+  if (info == nullptr) {
+    throw cHexkitError("Internal error: Device information could not be parsed", cHexkitErrorIF::eSeverityError);
+  }
+  module_ = info->getModule("MOD_SYSCLK");
+  // "deftermined" is the message as users know it.
+  if (module_ == nullptr) {
+    throw cHexkitError("Internal error: Trace clock freq could not be deftermined for this device",
+                       cHexkitErrorIF::eSeverityError);
+  }
+}
+
+std::uint32_t DeviceRegisters::address(const char* registerName) {
+  const std::string text = module_->getRegisterAddress(registerName);
+  return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 16));
+}
+
+std::uint32_t DeviceRegisters::read(std::uint32_t address) {
+  std::uint32_t value = 0;
+  if (adapter_ != nullptr) adapter_->readMemory(&value, address, 4, 0);
+  return value;
+}
+
+}  // namespace Kv::Orv::Trace::Vestrel

@@ -1,0 +1,29 @@
+#include "SystemClock.h"
+
+#include "FerruleDevice.h"
+#include "LarkinDevice.h"
+#include "OswinDevice.h"
+#include "cHexkitError.h"
+
+namespace Kv::Orv::Trace::Vestrel {
+
+double getSystemClock(const std::string& cpuName, Probe::CDeviceIdentifier* identifier,
+                      Probe::CTargetAdapter* adapter) {
+  using Hexkit::cHexkitError;
+  if (identifier == nullptr) throw cHexkitError(kClockUndetermined, Hexkit::cHexkitErrorIF::eSeverityError);
+  if (identifier->matchDevice(kOswinIdentifier, kOswinMask)) {
+    return OswinDevice(cpuName, identifier, adapter).getSystemClock();
+  }
+  // Every query of a family is made before the family is decided. The top
+  // four bits (the silicon revision) are ignored.
+  const bool larkinA = identifier->matchDevice(0x0B9AF02F, 0x0FFFFFFF);
+  const bool larkinB = identifier->matchDevice(0x0BB4D02F, 0x0FFFFFFF);
+  if (larkinA || larkinB) return LarkinDevice(cpuName, identifier, adapter).getSystemClock();
+  const bool ferruleA = identifier->matchDevice(0x0B99A02F, 0x0FFFFFFF);
+  const bool ferruleB = identifier->matchDevice(0x0B9BE02F, 0x0FFFFFFF);
+  const bool ferruleC = identifier->matchDevice(0x0BB4102F, 0x0FFFFFFF);
+  if (ferruleA || ferruleB || ferruleC) return FerruleDevice(cpuName, identifier, adapter).getSystemClock();
+  throw cHexkitError(kClockUndetermined, Hexkit::cHexkitErrorIF::eSeverityError);
+}
+
+}  // namespace Kv::Orv::Trace::Vestrel
