@@ -14,6 +14,7 @@
 #include "ChannelOptions.h"
 #include "ProbeInterfaces.h"
 #include "ProbeKind.h"
+#include "UARTDataCollector.h"
 #include "uMutex.h"
 #include "uThread.h"
 
@@ -100,6 +101,8 @@ class ChannelDriver : public CChannelDriver {
   std::uint32_t firmwareVersion() const { return firmwareVersion_; }
   const std::array<std::int32_t, 32>& itmChannelTypes() const { return itmChannelTypes_; }
   bool itmSetupLoaded() const { return itmSetupLoaded_; }
+  bool collectorRunning() const { return collectorRunning_; }
+  const UARTDataCollector* collector() const { return collector_.get(); }
   struct HaltEntry {
     std::string cpuName;
     bool halted;
@@ -113,6 +116,8 @@ class ChannelDriver : public CChannelDriver {
   std::string findOption(std::uint32_t id) const;
   void applyOptions();
   void clearExportStatus();
+  void startCaptureSide();
+  void programTpiu();
   void stopCollector();
   void resetItmChannels();
 
@@ -123,6 +128,7 @@ class ChannelDriver : public CChannelDriver {
   std::uint32_t cpuHandle_;
   std::unique_ptr<KV_ORV::uMutex> lock_;
   std::unique_ptr<KV_ORV::uThread> collectorThread_;
+  std::unique_ptr<UARTDataCollector> collector_;
   std::uint32_t targetState_ = 0;
   std::uint32_t state_ = kNotCalibrated;
   OptionSet options_;

@@ -243,9 +243,9 @@ TEST_F(ChannelDriverTest, StartWhenReadyQuiescesTraceAndClearsTheExportStatus) {
   auto driver = make();
   ChannelDriverTestAccess::setState(*driver, 2);
   trace.exportStatus = 0x5;
-  // Capture is not part of this build: the start fails after quiescing
-  // trace, and the state stays as it was.
-  EXPECT_EQ(hexkitText([&] { driver->StartRecording(false); }), "Internal error creating UART data collection object");
+  // No clock was configured: the start fails after quiescing trace, before
+  // any port is opened, and the state stays as it was.
+  EXPECT_EQ(hexkitText([&] { driver->StartRecording(false); }), "Invalid trace clock frequency");
   EXPECT_EQ(trace.calls, (std::vector<std::string>{"TraceOff(7)", "TraceStop(7)", "GetTraceExportStatus(7)",
                                                    "AckTraceExportStatus(7, 5)"}));
   EXPECT_EQ(log.lines()[0], "Vestrel_ChannelDriver: Trace export (xmtr) status 0x5.");
