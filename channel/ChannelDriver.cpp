@@ -162,9 +162,4 @@ void ChannelDriver::ResumeRecording() { fail("ResumeRecording not supported"); }
 
 void ChannelDriver::LoadFile(const char*) { fail("LoadFile not supported"); }
 
-// Attributes are not part of this build yet.
-TraceAttribute& ChannelDriver::GetAttribute(const char*, TraceAttribute&) {
-  fail("GetAttribute is not available in this build");
-}
-
 }  // namespace Kv::Orv::Trace::Vestrel

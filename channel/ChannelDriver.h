@@ -120,6 +120,7 @@ class ChannelDriver : public CChannelDriver {
   void programTpiu();
   void stopCollector();
   void resetItmChannels();
+  void loadItmChannelSetup();
 
   CReceiver* owner_;
   CCpuTraceInterface* traceInterface_;
