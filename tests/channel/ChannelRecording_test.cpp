@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ChannelDriver.h"
+#include "ChannelDriverTestAccess.h"
 #include "FakeDevice.h"
 #include "FakeSerialApi.h"
 #include "FakeSerialDevices.h"
@@ -273,4 +274,43 @@ TEST_F(ChannelRecordingTest, DestroyingARecordingDriverStopsTheCaptureAndRestore
   EXPECT_TRUE(portClosed());
   EXPECT_EQ(port.state, port.opened);
   EXPECT_EQ(trace.calls.back(), "ReleaseTrace(7)");
+}
+
+TEST_F(ChannelRecordingTest, StartAndStopFromEveryState) {
+  configure();
+  struct Row {
+    std::uint32_t state;
+    bool starts;  // goes on to open the port and program the TPIU
+    const char* startLine;
+  };
+  const Row rows[] = {
+      {0, false, "Vestrel_ChannelDriver: Cannot start recording unless caltibration is complete"},
+      {1, false, "Vestrel_ChannelDriver: Cannot start recording unless caltibration is complete"},
+      {2, true, nullptr},
+      {3, false, "Vestrel_ChannelDriver: Cannot start recording since recording is already in progress"},
+      {4, true, nullptr},
+      {5, true, nullptr},
+  };
+  for (const Row& row : rows) {
+    vestrel_test::FakeSerialApi rowPort;
+    ScopedSerialApi use(rowPort);
+    Kv::Orv::Trace::Vestrel::ChannelDriverTestAccess::setState(*driver, row.state);
+    driver->SetTargetState(5);
+    driver->StartRecording(false);
+    EXPECT_EQ(driver->collectorRunning(), row.starts) << row.state;
+    EXPECT_EQ(driver->state(), row.starts ? 3u : row.state) << row.state;
+    if (row.startLine != nullptr) {
+      EXPECT_EQ(log.lines().back(), row.startLine) << row.state;
+    }
+    driver->SetTargetState(7);
+    if (!row.starts && row.state != 3) {
+      driver->StopRecording();
+      EXPECT_EQ(log.lines().back(), "Vestrel_ChannelDriver: Cannot stop recording as recording has not started yet");
+      EXPECT_EQ(driver->state(), row.state);
+    } else {
+      driver->StopRecording();
+      EXPECT_EQ(driver->state(), 5u) << row.state;
+      EXPECT_FALSE(driver->collectorRunning());
+    }
+  }
 }
