@@ -70,16 +70,7 @@ double baseline(const std::string& dir, const std::string& data) {
   api.getState(port, state);
   // Programmed as the collector programs it: raw 8N1, no flow control (a
   // port left with XON/XOFF on would eat those bytes of the stream).
-  state.BaudRate = 2000000;
-  state.ByteSize = 8;
-  state.Parity = kNoParity;
-  state.StopBits = kOneStopBit;
-  state.fBinary = 1;
-  state.fParity = 0;
-  state.fOutxCtsFlow = 0;
-  state.fOutxDsrFlow = 0;
-  state.fOutX = 0;
-  state.fInX = 0;
+  state = UARTDataCollector::ProgrammedState(state, 2000000);
   api.setState(port, state);
   FileHandle file = api.createCaptureFile(std::wstring(L"") + std::filesystem::path(dir + "/baseline.bin").wstring());
   std::size_t total = 0;

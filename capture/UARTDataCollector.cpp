@@ -10,7 +10,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogError;
 
 // Every collector line is written at the error level, so that the port's
@@ -30,8 +29,6 @@ void startLogging() {
   } catch (...) {
   }
 }
-
-[[noreturn]] void fail(const char* message) { throw cHexkitError(message, cHexkitErrorIF::eSeverityError); }
 
 // Rates are truncated toward zero, never rounded.
 std::uint32_t rateFor(double traceClockHz, std::uint32_t prescaler) {
@@ -60,7 +57,7 @@ UARTDataCollector::UARTDataCollector(std::uint32_t portNumber, double traceClock
   if (port_ == nullptr) {
     COLLECTOR_LOG("%s: Failed to open COM%d with error code = %d", kTag, static_cast<int>(portNumber),
                   static_cast<int>(api.lastError()));
-    fail("Failed to open COM port");
+    Hexkit::throwHexkitError("Failed to open COM port");
   }
 
   // Reads return at once with whatever is queued; the run loop relies on it.
@@ -94,7 +91,7 @@ UARTDataCollector::UARTDataCollector(std::uint32_t portNumber, double traceClock
     api.closePort(port_);
     COLLECTOR_LOG("%s: Failed to open binary file %s with error code %d", kTag, captureFilePath.c_str(),
                   static_cast<int>(api.lastError()));
-    fail("Failed to open binary file for trace data storage");
+    Hexkit::throwHexkitError("Failed to open binary file for trace data storage");
   }
   running_.store(true);
 }
@@ -106,16 +103,13 @@ void UARTDataCollector::closePortAndFail(const char* logFormat, const char* mess
   api.closePort(port_);
   port_ = nullptr;
   COLLECTOR_LOG(logFormat, kTag, static_cast<int>(api.lastError()));
-  fail(message);
+  Hexkit::throwHexkitError(message);
 }
 
-void UARTDataCollector::programPort(double traceClockHz, bool autoPrescaler, std::uint32_t& prescaler) {
-  if (autoPrescaler) prescaler = 0;
-  baudRate_ = rateFor(traceClockHz, prescaler);
-
+PortState UARTDataCollector::ProgrammedState(const PortState& found, std::uint32_t baudRate) {
   // Only these members change; everything else stays as the port had it.
-  PortState state = savedState_;
-  state.BaudRate = baudRate_;
+  PortState state = found;
+  state.BaudRate = baudRate;
   state.ByteSize = 8;
   state.Parity = kNoParity;
   state.StopBits = kOneStopBit;
@@ -130,6 +124,14 @@ void UARTDataCollector::programPort(double traceClockHz, bool autoPrescaler, std
   state.fNull = 0;
   state.fRtsControl = kRtsControlDisable;
   state.fAbortOnError = 1;
+  return state;
+}
+
+void UARTDataCollector::programPort(double traceClockHz, bool autoPrescaler, std::uint32_t& prescaler) {
+  if (autoPrescaler) prescaler = 0;
+  baudRate_ = rateFor(traceClockHz, prescaler);
+
+  PortState state = ProgrammedState(savedState_, baudRate_);
   if (!serialApi().setState(port_, state)) {
     closePortAndFail("%s: Failed to set Comm state with error code = %d", "Failed to set requested COM port state");
   }
@@ -154,7 +156,7 @@ void UARTDataCollector::calibrate(PortState& state, double traceClockHz, std::ui
     }
     // The last value the TPIU can take was refused too. The port stays open
     // here, unlike on every other calibration failure.
-    if (prescaler == kMaximumPrescaler) fail(kCalibrationFailed);
+    if (prescaler == kMaximumPrescaler) Hexkit::throwHexkitError(kCalibrationFailed);
 
     ++prescaler;
     expected = traceClockHz / static_cast<double>(prescaler + 1);

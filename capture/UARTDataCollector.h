@@ -31,6 +31,11 @@ class UARTDataCollector : public KV_ORV::uRunnable {
   void stop() { running_.store(false); }
   bool isFinished() const { return finished_.load(); }
 
+  // The state the collector gives a port it found in state found: raw 8N1
+  // at baudRate, no flow control, abort on errors; every other member as
+  // found.
+  static PortState ProgrammedState(const PortState& found, std::uint32_t baudRate);
+
   std::uint32_t portNumber() const { return portNumber_; }
   std::uint32_t baudRate() const { return baudRate_; }
   bool running() const { return running_.load(); }

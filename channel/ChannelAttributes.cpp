@@ -16,7 +16,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogError;
 using KV_ORV::kLogMessage;
 
@@ -46,7 +45,7 @@ int leadingInteger(const std::string& text) { return std::atoi(text.c_str()); }
 }  // namespace
 
 TraceAttribute& ChannelDriver::GetAttribute(const char* name, TraceAttribute& record) {
-  if (name == nullptr) throw cHexkitError("Null attribute name", cHexkitErrorIF::eSeverityError);
+  if (name == nullptr) Hexkit::throwHexkitError("Null attribute name");
   KV_LOG(2, kLogMessage, "%s: Get the attribute %s.", kTag, name);
   record.name = name;
   const std::string attribute = name;

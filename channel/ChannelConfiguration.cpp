@@ -11,13 +11,10 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogError;
 using KV_ORV::kLogMessage;
 
 namespace {
-
-[[noreturn]] void fail(const char* message) { throw cHexkitError(message, cHexkitErrorIF::eSeverityError); }
 
 // The firmware that first carried SWO on Calder probes.
 constexpr std::uint32_t kFirstSwoFirmware = 0x01000005;
@@ -61,7 +58,7 @@ void ChannelDriver::SetConfiguration(const char* fileName) {
   KV_ORV::uLockGuard guard(*lock_);
   if (fileName == nullptr) {
     KV_LOG(1, kLogError, "SetConfiguration called with null options for %s", cpuShortName_.c_str());
-    fail("Internal error setting configuration.");
+    Hexkit::throwHexkitError("Internal error setting configuration.");
   }
   KV_LOG(1, kLogMessage, "%s: Set configuration called file - %s.", kTag, fileName);
   OptionSet loaded;
@@ -76,7 +73,7 @@ void ChannelDriver::SetConfiguration(const char* fileName) {
 void ChannelDriver::applyOptions() {
   const std::uint32_t version = ParseFirmwareVersion(findOption(kOptionFirmwareVersion));
   if (probeKind_ == kCalderProbe && version < kFirstSwoFirmware) {
-    fail(
+    Hexkit::throwHexkitError(
         "SWO is not supported by the current emulator firmware. Update the firmware to the latest version (check with "
         "your emulator's vendor for details)");
   }
@@ -90,7 +87,7 @@ void ChannelDriver::applyOptions() {
   } else {
     prescalerAuto_ = false;
     const std::string value = findOption(kOptionPrescalerValue);
-    if (value == "Prescalar value") fail("Please specify prescalar in Receiver settings");
+    if (value == "Prescalar value") Hexkit::throwHexkitError("Please specify prescalar in Receiver settings");
     prescaler_ = unsignedDecimal(value);
   }
 
@@ -100,11 +97,11 @@ void ChannelDriver::applyOptions() {
     } else {
       clockAuto_ = false;
       const std::string value = findOption(kOptionClockValue);
-      if (value == "Frequency in Hz") fail("Please specify clock frequency in Receiver Settings");
+      if (value == "Frequency in Hz") Hexkit::throwHexkitError("Please specify clock frequency in Receiver Settings");
       traceClockHz_ = std::strtod(value.c_str(), nullptr);
     }
     const std::string port = findOption(kOptionComPort);
-    if (port.empty()) fail("Please specify valid COM port number in Receiver Settings");
+    if (port.empty()) Hexkit::throwHexkitError("Please specify valid COM port number in Receiver Settings");
     comPort_ = unsignedDecimal(port);
   }
 

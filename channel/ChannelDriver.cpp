@@ -12,13 +12,10 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogError;
 using KV_ORV::kLogMessage;
 
 namespace {
-
-[[noreturn]] void fail(const std::string& message) { throw cHexkitError(message, cHexkitErrorIF::eSeverityError); }
 
 // "probe/core" names the core; any other shape is used whole.
 std::string shortCpuName(const std::string& cpuName) {
@@ -39,7 +36,7 @@ ChannelDriver::ChannelDriver(CReceiver* owner, const char* cpuName, CCpuTraceInt
   if (owner == nullptr || cpuName == nullptr || traceInterface == nullptr) {
     static const char* const kMessage = "Internal error creating Channel Driver. Null parameters.";
     KV_LOG(1, kLogError, "%s: %s", kTag, kMessage);
-    fail(kMessage);
+    Hexkit::throwHexkitError(kMessage);
   }
   cpuShortName_ = shortCpuName(cpuName_);
 
@@ -56,7 +53,7 @@ ChannelDriver::ChannelDriver(CReceiver* owner, const char* cpuName, CCpuTraceInt
   if (!lock_) {
     static const char* const kMessage = "Internal error creating ChannelDriver. Failed to create mutex object";
     KV_LOG(1, kLogError, "%s: %s", kTag, kMessage);
-    fail(kMessage);
+    Hexkit::throwHexkitError(kMessage);
   }
 }
 
@@ -158,8 +155,8 @@ void ChannelDriver::OnJobStateChanged(std::uint32_t jobState) {
   KV_LOG(1, kLogMessage, "%s: state changed to eJOB_MODIFIED_DISABLE_RESUME", kTag);
 }
 
-void ChannelDriver::ResumeRecording() { fail("ResumeRecording not supported"); }
+void ChannelDriver::ResumeRecording() { Hexkit::throwHexkitError("ResumeRecording not supported"); }
 
-void ChannelDriver::LoadFile(const char*) { fail("LoadFile not supported"); }
+void ChannelDriver::LoadFile(const char*) { Hexkit::throwHexkitError("LoadFile not supported"); }
 
 }  // namespace Kv::Orv::Trace::Vestrel

@@ -12,13 +12,10 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogError;
 using KV_ORV::kLogMessage;
 
 namespace {
-
-[[noreturn]] void fail(const char* message) { throw cHexkitError(message, cHexkitErrorIF::eSeverityError); }
 
 // Calder firmware from 1.0.0.8 wants a line break at the end of a capture.
 constexpr std::uint32_t kFirstBreakFirmware = 0x01000008;
@@ -61,7 +58,7 @@ void ChannelDriver::startCaptureSide() {
   } else {
     KV_LOG(1, kLogError, "%s: Requested Trace Clock Frequency is %lf", kTag, traceClockHz_);
   }
-  if (!(traceClockHz_ > 0.0)) fail("Invalid trace clock frequency");
+  if (!(traceClockHz_ > 0.0)) Hexkit::throwHexkitError("Invalid trace clock frequency");
 
   if (deviceIdentifier_ != nullptr && deviceIdentifier_->matchDevice(kOswinIdentifier, kOswinMask)) {
     exceptionMapName_ = OswinDevice(cpuName_, deviceIdentifier_, targetAdapter_).getExceptionMapName();
@@ -73,16 +70,16 @@ void ChannelDriver::startCaptureSide() {
                                                         captureFilePath_, sendBreakOnStop));
   if (!collector_) {
     KV_LOG(1, kLogError, "%s: %s", kTag, "out of memory for the UART data collector");
-    fail("Internal error creating UART data collection object");
+    Hexkit::throwHexkitError("Internal error creating UART data collection object");
   }
   collectorThread_.reset(new (std::nothrow) KV_ORV::uThread(collector_.get(), 0, 0));
   if (!collectorThread_) {
     KV_LOG(1, kLogError, "%s: %s", kTag, "out of memory for the UART data collection thread");
-    fail("Internal error creating UART data collection thread");
+    Hexkit::throwHexkitError("Internal error creating UART data collection thread");
   }
   if (!collectorThread_->start()) {
     KV_LOG(1, kLogError, "%s: %s", kTag, "the UART data collection thread did not start");
-    fail("Internal error creating UART data collection thread");
+    Hexkit::throwHexkitError("Internal error creating UART data collection thread");
   }
   collectorRunning_ = true;
 }
@@ -91,23 +88,23 @@ void ChannelDriver::startCaptureSide() {
 void ChannelDriver::programTpiu() {
   if (traceInterface_->SetTpiuPrescaler(cpuHandle_, prescaler_) != 0) {
     KV_LOG(1, kLogError, "%s: Failed to setup TPIU prescalar", kTag);
-    fail("Invalid Prescalar Value");
+    Hexkit::throwHexkitError("Invalid Prescalar Value");
   }
   if (traceInterface_->SetPinProtocol(cpuHandle_, static_cast<eSWO_ENCODING>(encoding_)) != 0) {
     KV_LOG(1, kLogError, "%s: Failed to setup TPIU pin protocol", kTag);
-    fail("Invalid Pin Protocol");
+    Hexkit::throwHexkitError("Invalid Pin Protocol");
   }
   if (traceInterface_->SetTimestampPrescaler(cpuHandle_, static_cast<eSWO_TS_PRESCALAR>(tsPrescaler_)) != 0) {
     KV_LOG(1, kLogError, "%s: Failed to setup timestamping resolution", kTag);
-    fail("Failed to configure timestamping resolution");
+    Hexkit::throwHexkitError("Failed to configure timestamping resolution");
   }
   if (traceInterface_->ProgramTpiu(cpuHandle_) != 0) {
     KV_LOG(1, kLogError, "%s: Failed to program TPIU", kTag);
-    fail("Failed to program TPIU");
+    Hexkit::throwHexkitError("Failed to program TPIU");
   }
   if (traceInterface_->EnableTpiu(cpuHandle_) != 0) {
     KV_LOG(1, kLogError, "%s: Failed to enable TPIU for tracing", kTag);
-    fail("Failed to Enable TPIU for SWO trace");
+    Hexkit::throwHexkitError("Failed to Enable TPIU for SWO trace");
   }
   state_ = kRecording;
 }
@@ -152,7 +149,7 @@ void ChannelDriver::StopRecording() {
   }
   if (targetState_ == eTARGET_RUNNING_TRACED) {
     KV_LOG(1, kLogError, "%s: Trace cannot be stopped while target is running.", kTag);
-    fail("Trace cannot be stopped while target is running. Please halt the target.");
+    Hexkit::throwHexkitError("Trace cannot be stopped while target is running. Please halt the target.");
   }
   traceInterface_->TraceStop(cpuHandle_);
   stopCollector();

@@ -18,7 +18,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogError;
 using KV_ORV::kLogMessage;
 
@@ -92,12 +91,12 @@ std::uint32_t ChannelDriver::SeekReadTraceData(std::uint32_t startSample, std::u
 }
 
 void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
-  if (fileName.empty()) throw cHexkitError("Data cannot be saved to empty file", cHexkitErrorIF::eSeverityError);
+  if (fileName.empty()) Hexkit::throwHexkitError("Data cannot be saved to empty file");
   {
     Stream probe(KV_ORV::native::openSharedStream(fileName.c_str(), "ab"));
     if (!probe) {
       KV_LOG(1, kLogError, "%s : %s : %s", kTag, std::strerror(errno), fileName.c_str());
-      throw cHexkitError("Could not open file", cHexkitErrorIF::eSeverityError);
+      Hexkit::throwHexkitError("Could not open file");
     }
   }
 
@@ -105,7 +104,7 @@ void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
   std::uint32_t sectionOffset = 0;
   if (format == kBinaryFormat) {
     binary.reset(KV_ORV::native::openSharedStream(fileName.c_str(), "wb"));
-    if (!binary) throw cHexkitError("Could not open file", cHexkitErrorIF::eSeverityError);
+    if (!binary) Hexkit::throwHexkitError("Could not open file");
   } else {
     writeSectionHeader(fileName.c_str(), "BinTraceData", 1, sectionOffset);
   }

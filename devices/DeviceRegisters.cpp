@@ -7,7 +7,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 
 const char* const kClockUndetermined =
     "Could not determine the System clock frequency automatically. Please set it manually in the receiver "
@@ -18,13 +17,12 @@ DeviceRegisters::DeviceRegisters(const std::string& cpuName, Probe::CDeviceIdent
     : adapter_(adapter) {
   Probe::CDeviceInfo* info = identifier != nullptr ? identifier->getDeviceInfo(cpuName.c_str()) : nullptr;
   if (info == nullptr) {
-    throw cHexkitError("Internal error: Device information could not be parsed", cHexkitErrorIF::eSeverityError);
+    Hexkit::throwHexkitError("Internal error: Device information could not be parsed");
   }
   module_ = info->getModule("MOD_SYSCLK");
   // "deftermined" is the message as users know it.
   if (module_ == nullptr) {
-    throw cHexkitError("Internal error: Trace clock freq could not be deftermined for this device",
-                       cHexkitErrorIF::eSeverityError);
+    Hexkit::throwHexkitError("Internal error: Trace clock freq could not be deftermined for this device");
   }
 }
 

@@ -8,7 +8,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogMessage;
 
 LarkinDevice::LarkinDevice(const std::string& cpuName, Probe::CDeviceIdentifier* identifier,
@@ -75,10 +74,10 @@ double LarkinDevice::getSystemClock() {
       source = 25165824.0;
       break;
     default:
-      throw cHexkitError(kClockUndetermined, cHexkitErrorIF::eSeverityError);
+      Hexkit::throwHexkitError(kClockUndetermined);
   }
   const double clock = source / static_cast<double>(1u << divm);
-  if (clock == 0.0) throw cHexkitError(kClockUndetermined, cHexkitErrorIF::eSeverityError);
+  if (clock == 0.0) Hexkit::throwHexkitError(kClockUndetermined);
   return clock;
 }
 

@@ -6,12 +6,11 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 using KV_ORV::kLogMessage;
 
 namespace {
 
-[[noreturn]] void undetermined() { throw cHexkitError(kClockUndetermined, cHexkitErrorIF::eSeverityError); }
+[[noreturn]] void undetermined() { Hexkit::throwHexkitError(kClockUndetermined); }
 
 std::uint32_t bits(std::uint32_t value, int high, int low) { return (value >> low) & ((1u << (high - low + 1)) - 1); }
 

@@ -10,7 +10,7 @@ namespace Kv::Orv::Trace::Vestrel {
 double getSystemClock(const std::string& cpuName, Probe::CDeviceIdentifier* identifier,
                       Probe::CTargetAdapter* adapter) {
   using Hexkit::cHexkitError;
-  if (identifier == nullptr) throw cHexkitError(kClockUndetermined, Hexkit::cHexkitErrorIF::eSeverityError);
+  if (identifier == nullptr) Hexkit::throwHexkitError(kClockUndetermined);
   if (identifier->matchDevice(kOswinIdentifier, kOswinMask)) {
     return OswinDevice(cpuName, identifier, adapter).getSystemClock();
   }
@@ -23,7 +23,7 @@ double getSystemClock(const std::string& cpuName, Probe::CDeviceIdentifier* iden
   const bool ferruleB = identifier->matchDevice(0x0B9BE02F, 0x0FFFFFFF);
   const bool ferruleC = identifier->matchDevice(0x0BB4102F, 0x0FFFFFFF);
   if (ferruleA || ferruleB || ferruleC) return FerruleDevice(cpuName, identifier, adapter).getSystemClock();
-  throw cHexkitError(kClockUndetermined, Hexkit::cHexkitErrorIF::eSeverityError);
+  Hexkit::throwHexkitError(kClockUndetermined);
 }
 
 }  // namespace Kv::Orv::Trace::Vestrel

@@ -33,4 +33,10 @@ class cHexkitError : public cHexkitErrorIF, public std::exception {
   Severity_Type severity_;
 };
 
+// Throws the error in which failures reach the host; severity 2 unless said.
+[[noreturn]] inline void throwHexkitError(const std::string& message,
+                                          cHexkitErrorIF::Severity_Type severity = cHexkitErrorIF::eSeverityError) {
+  throw cHexkitError(message, severity);
+}
+
 }  // namespace Kv::Orv::Hexkit

@@ -20,11 +20,6 @@ using Hexkit::cHexkitErrorIF;
 
 namespace {
 
-[[noreturn]] void fail(const std::string& message,
-                       cHexkitErrorIF::Severity_Type severity = cHexkitErrorIF::eSeverityError) {
-  throw cHexkitError(message, severity);
-}
-
 // Element and attribute names: the low eight bits of each code unit.
 std::string narrow(const XMLCh* text) {
   std::string out;
@@ -83,15 +78,16 @@ void XMLOptionsHandler::startElement(const XMLCh* const name, xercesc::Attribute
   if (element == "VERSION") {
     inVersion_ = true;
     versionSeen_ = true;
-    if (attributes.getLength() == 0) fail("VERSION tag in xml file is missing version and copyright attributes.");
+    if (attributes.getLength() == 0)
+      Hexkit::throwHexkitError("VERSION tag in xml file is missing version and copyright attributes.");
     for (XMLSize_t i = 0; i < attributes.getLength(); ++i) {
       if (narrow(attributes.getName(i)) != "version") continue;
       const std::string value = narrow(attributes.getValue(i));
       unsigned parts[4] = {0, 0, 0, 0};
       if (std::sscanf(value.c_str(), "%u.%u.%u.%u", &parts[0], &parts[1], &parts[2], &parts[3]) != 4) {
-        fail("Invalid version attribute in VERSION tag of xml file: '" + value +
-             "'.\nVersion attribute format should be <Major>.<Minor>.<BugFix>.<Patch>" +
-             "'\nWhere Major, Minor, BugFix and Patch are unsigned decimal values.");
+        Hexkit::throwHexkitError("Invalid version attribute in VERSION tag of xml file: '" + value +
+                                 "'.\nVersion attribute format should be <Major>.<Minor>.<BugFix>.<Patch>" +
+                                 "'\nWhere Major, Minor, BugFix and Patch are unsigned decimal values.");
       }
       for (int part = 0; part < 4; ++part) formatVersion_[part] = parts[part];
     }
@@ -110,7 +106,7 @@ void XMLOptionsHandler::characters(const XMLCh* const chars, const XMLSize_t len
   if (inVersion_) return;
   const std::string text = utf8(chars, length);
   if (inReceiverName_) {
-    if (text != "SWO Trace") fail("Invalid RCVRNAME tag value in xml file: '" + text + "'.");
+    if (text != "SWO Trace") Hexkit::throwHexkitError("Invalid RCVRNAME tag value in xml file: '" + text + "'.");
     return;
   }
   if (currentId_ < 0 || currentId_ >= static_cast<std::int32_t>(kOptionUnknown)) return;
@@ -166,7 +162,7 @@ OptionSet& ChannelOptionsHandler::load(OptionSet& set, const std::string& filePa
   try {
     xercesc::XMLPlatformUtils::Initialize();
   } catch (const xercesc::XMLException& e) {
-    fail("error during XML initialization" + firstByteText(e.getMessage()));
+    Hexkit::throwHexkitError("error during XML initialization" + firstByteText(e.getMessage()));
   }
 
   // Xerces exceptions live in Xerces memory: each is turned into text while
@@ -192,9 +188,9 @@ OptionSet& ChannelOptionsHandler::load(OptionSet& set, const std::string& filePa
     }
   }
   xercesc::XMLPlatformUtils::Terminate();
-  if (!failure.empty()) fail(failure, severity);
+  if (!failure.empty()) Hexkit::throwHexkitError(failure, severity);
 
-  if (!handler.receiverNameSeen() || !handler.versionSeen()) fail(kReceiverNameMissing);
+  if (!handler.receiverNameSeen() || !handler.versionSeen()) Hexkit::throwHexkitError(kReceiverNameMissing);
   KV_LOG(1, KV_ORV::kLogMessage, "%s: returning parsed otions.", kTag);
   handler.orderOptions();
   return handler.getOptions(set);
@@ -203,10 +199,10 @@ OptionSet& ChannelOptionsHandler::load(OptionSet& set, const std::string& filePa
 void ChannelOptionsHandler::configureParser(xercesc::SAXParser&) {}
 
 void ChannelOptionsHandler::save(const OptionSet& set, const std::string& filePath) {
-  if (set.empty()) fail("Invalid options to save.");
-  if (filePath.empty()) fail("No XML file specified to save options.");
+  if (set.empty()) Hexkit::throwHexkitError("Invalid options to save.");
+  if (filePath.empty()) Hexkit::throwHexkitError("No XML file specified to save options.");
   KV_ORV::uFile file;
-  if (!file.open(filePath.c_str(), "w")) fail("Cannot open file for writing.");
+  if (!file.open(filePath.c_str(), "w")) Hexkit::throwHexkitError("Cannot open file for writing.");
 
   // Values are written as they stand, markup characters included.
   std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";

@@ -7,7 +7,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 
 const char* const kSwdConfigurationMessage =
     "Please check the target configuration(TGTCFG). Debug probe protocol must be SWD with COM port connected to "
@@ -58,9 +57,9 @@ bool CheckDeviceSupport(Probe::CDeviceIdentifier& identifier, const BoardEntryQu
   for (const SupportedDevice& device : kSupportedDevices) {
     if (!identifier.matchDevice(device.identifier, device.mask)) continue;
     if (device.check == ProbeCheck::Swd) {
-      if (!swdCheckPasses(hasBoardEntry)) throw cHexkitError(kSwdConfigurationMessage, cHexkitErrorIF::eSeverityError);
+      if (!swdCheckPasses(hasBoardEntry)) Hexkit::throwHexkitError(kSwdConfigurationMessage);
     } else if (!cjtagCheckPasses(hasBoardEntry)) {
-      throw cHexkitError(kCjtagConfigurationMessage, cHexkitErrorIF::eSeverityError);
+      Hexkit::throwHexkitError(kCjtagConfigurationMessage);
     }
     return true;
   }

@@ -10,7 +10,6 @@
 #include "cHexkitError.h"
 
 using Kv::Orv::Hexkit::cHexkitError;
-using Kv::Orv::Hexkit::cHexkitErrorIF;
 using Kv::Orv::Trace::CReceiver;
 using Kv::Orv::Trace::Vestrel::Receiver;
 
@@ -43,7 +42,7 @@ VESTREL_ENTRY CReceiver* CreateRcvr() {
     instance = new (std::nothrow) Receiver();
     if (instance == nullptr) {
       KV_LOG(1, KV_ORV::kLogError, "%s: Failed to create SWO receiver", kTag);
-      throw cHexkitError("Failed to create SWO receiver", cHexkitErrorIF::eSeverityError);
+      Kv::Orv::Hexkit::throwHexkitError("Failed to create SWO receiver");
     }
   } catch (...) {
     delete instance;

@@ -10,11 +10,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
-
-namespace {
-[[noreturn]] void fail(const char* message) { throw cHexkitError(message, cHexkitErrorIF::eSeverityError); }
-}  // namespace
 
 Receiver::Receiver() { LoadDeviceIdentifier(); }
 
@@ -46,19 +41,20 @@ CChannelDriver* Receiver::GetChannelDriver(const char* cpuName, CCpuTraceInterfa
   cpuName_ = cpuName != nullptr ? cpuName : "";
 
   DetectProbeKind();
-  if (probeKind_ == kUnsupportedProbe) fail("SWO trace is not supported by this emulator.");
+  if (probeKind_ == kUnsupportedProbe) Hexkit::throwHexkitError("SWO trace is not supported by this emulator.");
 
   bool supported = false;
   CheckDeviceSupport(supported);
-  if (!supported) fail("SWO trace is not supported by this device.");
+  if (!supported) Hexkit::throwHexkitError("SWO trace is not supported by this device.");
 
   Probe::CTargetAdapter* adapter = GetTargetAdapter(cpuName);
-  if (adapter == nullptr) fail("Internal error: Cannot get target adapter handle. Bad installation or setup.");
+  if (adapter == nullptr)
+    Hexkit::throwHexkitError("Internal error: Cannot get target adapter handle. Bad installation or setup.");
 
   auto* driver = new (std::nothrow) ChannelDriver(this, cpuName, traceInterface, cpuHandle, auxId);
   if (driver == nullptr) {
     KV_LOG(1, KV_ORV::kLogError, "%s: Failed to allocate SWO Channel driver", kTag);
-    fail("Failed to allocated SWO channel driver");
+    Hexkit::throwHexkitError("Failed to allocated SWO channel driver");
   }
   drivers_.push_back(driver);
   driver->SetDeviceIdentifier(deviceIdentifier_);
@@ -76,10 +72,10 @@ void Receiver::ReleaseChannelDriver(CChannelDriver* driver) {
       return;
     }
   }
-  fail("Failed to release unknown SWO channel driver");
+  Hexkit::throwHexkitError("Failed to release unknown SWO channel driver");
 }
 
-void* Receiver::GetDataSource(const char*) { fail("Cannot get data source"); }
+void* Receiver::GetDataSource(const char*) { Hexkit::throwHexkitError("Cannot get data source"); }
 
 CChannelDriver* Receiver::FindChannelDriver(const char* cpuName) {
   if (cpuName == nullptr) return nullptr;

@@ -14,7 +14,6 @@
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 
 namespace {
 constexpr const char* kSetupAdapterLibrary = "SetupAdapter4";
@@ -80,13 +79,12 @@ Probe::CTargetAdapter* Receiver::GetTargetAdapter(const char* cpuName) {
     newTargetAdapter_ = LookUp<Probe::NewTargetAdapterFunction>(*adapterLibrary_, "NewTargetAdapter");
   }
   if (newTargetAdapter_ == nullptr) {
-    throw cHexkitError("Cannot get target adapter factory. Bad installation.", cHexkitErrorIF::eSeverityError);
+    Hexkit::throwHexkitError("Cannot get target adapter factory. Bad installation.");
   }
   Probe::CTargetAdapter* adapter = nullptr;
   adapter = newTargetAdapter_(cpuName, &adapter);
   if (adapter == nullptr) {
-    throw cHexkitError("Cannot get target adapter for SWO receiver. Bad installation or setup.",
-                       cHexkitErrorIF::eSeverityError);
+    Hexkit::throwHexkitError("Cannot get target adapter for SWO receiver. Bad installation or setup.");
   }
   return adapter;
 }
@@ -99,11 +97,11 @@ void Receiver::LoadDeviceIdentifier() {
   destroyDeviceIdentifier_ =
       LookUp<Probe::DestroyDeviceIdentifierFunction>(*identifierLibrary_, "DestroyDeviceIdentifier");
   if (createDeviceIdentifier_ == nullptr || destroyDeviceIdentifier_ == nullptr) {
-    throw cHexkitError("Missing exports in device identifier dll", cHexkitErrorIF::eSeverityError);
+    Hexkit::throwHexkitError("Missing exports in device identifier dll");
   }
   deviceIdentifier_ = createDeviceIdentifier_();
   if (deviceIdentifier_ == nullptr) {
-    throw cHexkitError("Internal error, failed to create device identifier", cHexkitErrorIF::eSeverityError);
+    Hexkit::throwHexkitError("Internal error, failed to create device identifier");
   }
 }
 

@@ -12,24 +12,21 @@ namespace Kv::Orv::Trace::Vestrel {
 namespace {
 
 using Hexkit::cHexkitError;
-using Hexkit::cHexkitErrorIF;
 
 // Positions are 32-bit and seeks signed 32-bit: a TDF file stays below 2 GiB.
 constexpr long kLargestOffset = 0x7FFFFFFF;
-
-[[noreturn]] void fail(const char* message) { throw cHexkitError(message, cHexkitErrorIF::eSeverityError); }
 
 // Closes the file on every way out, errors included.
 class TdfFile {
  public:
   explicit TdfFile(const char* path) {
     // The file must exist already: the host creates TDF files.
-    if (path == nullptr || *path == '\0') fail("File name passed to save file is not valid.");
+    if (path == nullptr || *path == '\0') Hexkit::throwHexkitError("File name passed to save file is not valid.");
     std::FILE* probe = KV_ORV::native::openSharedStream(path, "rb");
-    if (probe == nullptr) fail("File name passed to save file is not valid.");
+    if (probe == nullptr) Hexkit::throwHexkitError("File name passed to save file is not valid.");
     std::fclose(probe);
     stream_ = KV_ORV::native::openSharedStream(path, "r+b");
-    if (stream_ == nullptr) fail("Could not open TDF file as specified.");
+    if (stream_ == nullptr) Hexkit::throwHexkitError("Could not open TDF file as specified.");
   }
   ~TdfFile() {
     if (stream_ != nullptr) std::fclose(stream_);
@@ -66,50 +63,53 @@ void writeSectionHeader(const char* filePath, const char* sectionName, std::uint
                         std::uint32_t& sectionOffset) {
   sectionOffset = 0;
   TdfFile file(filePath);
-  if (std::fseek(file.stream(), 0, SEEK_END) != 0) fail("Could not open TDF file as specified.");
+  if (std::fseek(file.stream(), 0, SEEK_END) != 0) Hexkit::throwHexkitError("Could not open TDF file as specified.");
   const long end = file.position();
-  if (end < 0 || end > kLargestOffset) fail("TDF file is too large: sections must start below 2 GiB.");
+  if (end < 0 || end > kLargestOffset)
+    Hexkit::throwHexkitError("TDF file is too large: sections must start below 2 GiB.");
   const auto start = static_cast<std::uint32_t>(end);
   sectionOffset = start;
 
-  if (!file.seek(start) || !file.writeWord(0)) fail("Write error -  TDF section header size.");
+  if (!file.seek(start) || !file.writeWord(0)) Hexkit::throwHexkitError("Write error -  TDF section header size.");
   const std::size_t nameLength = sectionName != nullptr ? std::strlen(sectionName) : 0;
   if (!file.writeWord(sectionVersion) || !file.writeWord(static_cast<std::uint32_t>(nameLength)) ||
       (nameLength > 0 && std::fwrite(sectionName, 1, nameLength, file.stream()) != nameLength)) {
-    fail("Write error -  TDF section name and version.");
+    Hexkit::throwHexkitError("Write error -  TDF section name and version.");
   }
   const auto headerLength = static_cast<std::uint32_t>(file.position() - end);
-  if (!file.seek(start) || !file.writeWord(headerLength)) fail("Write error - size of TDF header.");
+  if (!file.seek(start) || !file.writeWord(headerLength)) Hexkit::throwHexkitError("Write error - size of TDF header.");
 }
 
 void writeSectionData(const char* filePath, const char*, std::uint32_t sectionOffset, const void* data,
                       std::size_t elementSize, std::size_t elementCount, std::uint32_t& sectionLength) {
   sectionLength = 0;
-  if (filePath == nullptr || *filePath == '\0') fail("File name passed to save file is not valid.");
+  if (filePath == nullptr || *filePath == '\0') Hexkit::throwHexkitError("File name passed to save file is not valid.");
   {
     std::FILE* probe = KV_ORV::native::openSharedStream(filePath, "rb");
-    if (probe == nullptr) fail("File name passed to save file is not valid.");
+    if (probe == nullptr) Hexkit::throwHexkitError("File name passed to save file is not valid.");
     std::fclose(probe);
   }
-  if (sectionOffset < 4) fail("Section header offset to save data is not valid.");
-  if (data == nullptr) fail("No data to write TDF.");
+  if (sectionOffset < 4) Hexkit::throwHexkitError("Section header offset to save data is not valid.");
+  if (data == nullptr) Hexkit::throwHexkitError("No data to write TDF.");
   TdfFile file(filePath);
 
   std::uint32_t length = 0;
   if (!file.seek(sectionOffset) || !file.readWord(length)) {
-    fail("Write I/O error - unable to determine section length.");
+    Hexkit::throwHexkitError("Write I/O error - unable to determine section length.");
   }
   const std::uint64_t end = static_cast<std::uint64_t>(sectionOffset) + length;
   const std::uint64_t grown = end + static_cast<std::uint64_t>(elementSize) * elementCount;
-  if (grown > static_cast<std::uint64_t>(kLargestOffset)) fail("TDF file is too large: sections must end below 2 GiB.");
+  if (grown > static_cast<std::uint64_t>(kLargestOffset))
+    Hexkit::throwHexkitError("TDF file is too large: sections must end below 2 GiB.");
   if (!file.seek(end) || std::fwrite(data, elementSize, elementCount, file.stream()) != elementCount) {
-    fail("Write I/O error - unable to write section data.");
+    Hexkit::throwHexkitError("Write I/O error - unable to write section data.");
   }
-  if (std::ferror(file.stream()) != 0) fail("Write error - section data corrupted.");
+  if (std::ferror(file.stream()) != 0) Hexkit::throwHexkitError("Write error - section data corrupted.");
 
   const auto newLength = static_cast<std::uint32_t>(file.position() - static_cast<long>(sectionOffset));
   sectionLength = newLength;
-  if (!file.seek(sectionOffset) || !file.writeWord(newLength)) fail("Write error - size of TDF header.");
+  if (!file.seek(sectionOffset) || !file.writeWord(newLength))
+    Hexkit::throwHexkitError("Write error - size of TDF header.");
 }
 
 }  // namespace Kv::Orv::Trace::Vestrel
