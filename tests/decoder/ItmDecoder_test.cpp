@@ -1,0 +1,238 @@
+#include "ItmDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace vestrel::decode;
+
+namespace {
+
+std::vector<Packet> decode(const std::vector<std::uint8_t>& bytes, bool finish = true) {
+  std::vector<Packet> packets;
+  ItmDecoder decoder([&](const Packet& p) { packets.push_back(p); });
+  decoder.feed(bytes.data(), bytes.size());
+  if (finish) decoder.finish();
+  return packets;
+}
+
+Packet only(const std::vector<std::uint8_t>& bytes) {
+  const auto packets = decode(bytes);
+  EXPECT_EQ(packets.size(), 1u);
+  return packets.empty() ? Packet{} : packets[0];
+}
+
+std::vector<PacketKind> kinds(const std::vector<Packet>& packets) {
+  std::vector<PacketKind> out;
+  for (const auto& p : packets) out.push_back(p.kind);
+  return out;
+}
+
+}  // namespace
+
+TEST(ItmDecoder, SynchronizationNeedsFortySevenZeroBitsThenAOne) {
+  EXPECT_EQ(only({0, 0, 0, 0, 0, 0x80}).kind, PacketKind::Sync);
+  EXPECT_EQ(only({0, 0, 0, 0, 0, 0, 0, 0x80}).kind, PacketKind::Sync);
+  const auto shortRun = decode({0, 0, 0, 0, 0x80});
+  EXPECT_EQ(kinds(shortRun), std::vector<PacketKind>(5, PacketKind::Malformed));
+}
+
+TEST(ItmDecoder, Overflow) { EXPECT_EQ(only({0x70}).kind, PacketKind::Overflow); }
+
+TEST(ItmDecoder, LocalTimestampFormatTwoCarriesItsValueInTheHeader) {
+  for (std::uint8_t value = 1; value <= 6; ++value) {
+    const Packet p = only({static_cast<std::uint8_t>(value << 4)});
+    EXPECT_EQ(p.kind, PacketKind::LocalTimestamp);
+    EXPECT_EQ(p.value, value);
+    EXPECT_EQ(p.size, 0u);
+  }
+}
+
+TEST(ItmDecoder, LocalTimestampFormatOneIsLeastSignificantGroupFirst) {
+  const Packet p = only({0xC0, 0xE7, 0x8A, 0x8D, 0x09});
+  EXPECT_EQ(p.kind, PacketKind::LocalTimestamp);
+  EXPECT_EQ(p.value, 0x1234567u);
+  EXPECT_EQ(p.size, 4u);
+  EXPECT_EQ(p.control, 0u);
+  EXPECT_EQ(only({0xC0, 0x05}).value, 5u);
+  EXPECT_EQ(only({0xD0, 0x05}).control, 1u);
+  EXPECT_EQ(only({0xE0, 0x05}).control, 2u);
+  EXPECT_EQ(only({0xF0, 0x05}).control, 3u);
+}
+
+TEST(ItmDecoder, HeadersThatLookLikeTimestampsButAreNot) {
+  for (std::uint8_t header : {0x80, 0x90, 0xA0, 0xB0, 0x04, 0x14, 0x24, 0xA4, 0xF4}) {
+    EXPECT_EQ(only({header}).kind, PacketKind::Malformed) << int(header);
+  }
+}
+
+TEST(ItmDecoder, GlobalTimestampOneWithWrapAndClockChange) {
+  const Packet p = only({0x94, 0xE7, 0x8A, 0x8D, 0x69});
+  EXPECT_EQ(p.kind, PacketKind::GlobalTimestamp1);
+  EXPECT_EQ(p.value, 0x1234567u);
+  EXPECT_TRUE(p.wrap);
+  EXPECT_TRUE(p.clockChange);
+  const Packet shortForm = only({0x94, 0x05});
+  EXPECT_EQ(shortForm.value, 5u);
+  EXPECT_FALSE(shortForm.wrap);
+}
+
+TEST(ItmDecoder, GlobalTimestampTwoInItsTwoLengths) {
+  const Packet four = only({0xB4, 0xD6, 0xE8, 0xC8, 0x00});
+  EXPECT_EQ(four.kind, PacketKind::GlobalTimestamp2);
+  EXPECT_EQ(four.value, 0x123456u);
+  EXPECT_EQ(four.size, 4u);
+  const Packet six = only({0xB4, 0x81, 0x80, 0x80, 0x80, 0x80, 0x01});
+  EXPECT_EQ(six.value, 1u + (1ull << 35));
+  EXPECT_EQ(six.size, 6u);
+}
+
+TEST(ItmDecoder, InstrumentationPacketsInTheirThreeSizes) {
+  const Packet one = only({0x01, 'A'});
+  EXPECT_EQ(one.kind, PacketKind::Instrumentation);
+  EXPECT_EQ(one.port, 0u);
+  EXPECT_EQ(one.size, 1u);
+  EXPECT_EQ(one.value, 'A');
+  const Packet two = only({0x0A, 0x34, 0x12});
+  EXPECT_EQ(two.port, 1u);
+  EXPECT_EQ(two.value, 0x1234u);
+  const Packet four = only({0xFB, 0x78, 0x56, 0x34, 0x12});
+  EXPECT_EQ(four.port, 31u);
+  EXPECT_EQ(four.value, 0x12345678u);
+}
+
+TEST(ItmDecoder, TheStimulusPageMovesPortsUpAndSyncResetsIt) {
+  const auto packets = decode({0x38, 0x09, 'x', 0x08, 0x09, 'y', 0x28, 0, 0, 0, 0, 0, 0x80, 0x09, 'z'});
+  ASSERT_EQ(packets.size(), 7u);
+  EXPECT_EQ(packets[0].kind, PacketKind::StimulusPage);
+  EXPECT_EQ(packets[0].value, 3u);
+  EXPECT_EQ(packets[1].port, 97u);
+  EXPECT_EQ(packets[2].kind, PacketKind::StimulusPage);  // 0x08: page 0, not something else
+  EXPECT_EQ(packets[3].port, 1u);
+  EXPECT_EQ(packets[5].kind, PacketKind::Sync);
+  EXPECT_EQ(packets[6].port, 1u);
+}
+
+TEST(ItmDecoder, OtherExtensionPackets) {
+  EXPECT_EQ(only({0x0C}).kind, PacketKind::Extension);
+  const Packet continued = only({0x88, 0x81, 0x01});
+  EXPECT_EQ(continued.kind, PacketKind::Extension);
+  EXPECT_EQ(continued.value, 0x81u);
+}
+
+TEST(ItmDecoder, EventCounter) {
+  const Packet p = only({0x05, 0x21});
+  EXPECT_EQ(p.kind, PacketKind::EventCounter);
+  EXPECT_EQ(p.control, 0x21u);
+}
+
+TEST(ItmDecoder, ExceptionTrace) {
+  const Packet entered = only({0x0E, 0x0F, 0x10});
+  EXPECT_EQ(entered.kind, PacketKind::ExceptionTrace);
+  EXPECT_EQ(entered.exception, 15u);
+  EXPECT_EQ(entered.function, ExceptionFunction::Entered);
+  const Packet exited = only({0x0E, 0x10, 0x21});
+  EXPECT_EQ(exited.exception, 272u);
+  EXPECT_EQ(exited.function, ExceptionFunction::Exited);
+  EXPECT_EQ(only({0x0E, 0x03, 0x30}).function, ExceptionFunction::Returned);
+}
+
+TEST(ItmDecoder, PeriodicPcSamples) {
+  const Packet pc = only({0x17, 0x78, 0x56, 0x34, 0x12});
+  EXPECT_EQ(pc.kind, PacketKind::PcSample);
+  EXPECT_EQ(pc.value, 0x12345678u);
+  const Packet asleep = only({0x15, 0x00});
+  EXPECT_EQ(asleep.kind, PacketKind::PcSleep);
+  EXPECT_EQ(asleep.control, 0x00u);
+  EXPECT_EQ(only({0x15, 0xFF}).control, 0xFFu);
+}
+
+TEST(ItmDecoder, DataTraceForEachComparator) {
+  const std::uint8_t pcHeaders[4] = {0x47, 0x57, 0x67, 0x77};
+  for (std::uint32_t comparator = 0; comparator < 4; ++comparator) {
+    const Packet pc = only({pcHeaders[comparator], 0x00, 0x10, 0x00, 0x08});
+    EXPECT_EQ(pc.kind, PacketKind::DataTracePc);
+    EXPECT_EQ(pc.port, comparator);
+    EXPECT_EQ(pc.value, 0x08001000u);
+  }
+  const Packet address = only({0x4E, 0x34, 0x12});
+  EXPECT_EQ(address.kind, PacketKind::DataTraceAddress);
+  EXPECT_EQ(address.port, 0u);
+  EXPECT_EQ(address.value, 0x1234u);
+  EXPECT_EQ(only({0x7E, 0x01, 0x00}).port, 3u);
+  const Packet write = only({0x9F, 0xEF, 0xBE, 0xAD, 0xDE});
+  EXPECT_EQ(write.kind, PacketKind::DataTraceValue);
+  EXPECT_EQ(write.port, 1u);
+  EXPECT_TRUE(write.write);
+  EXPECT_EQ(write.value, 0xDEADBEEFu);
+  const Packet read = only({0x85, 0x7F});
+  EXPECT_FALSE(read.write);
+  EXPECT_EQ(read.port, 0u);
+  EXPECT_EQ(read.size, 1u);
+}
+
+TEST(ItmDecoder, ArmV8Additions) {
+  const Packet match = only({0x45, 0x01});
+  EXPECT_EQ(match.kind, PacketKind::DataTraceMatch);
+  EXPECT_EQ(only({0x1D, 0x03}).kind, PacketKind::PmuOverflow);
+}
+
+TEST(ItmDecoder, AnUnknownHardwareSourceIsMalformedButItsPayloadIsSkipped) {
+  const auto packets = decode({0x2D, 0x01, 0x01, 'A'});  // discriminator 5, then a software packet
+  ASSERT_EQ(packets.size(), 2u);
+  EXPECT_EQ(packets[0].kind, PacketKind::Malformed);
+  EXPECT_EQ(packets[1].kind, PacketKind::Instrumentation);
+  EXPECT_EQ(packets[1].value, 'A');
+}
+
+TEST(ItmDecoder, DecodingResumesRightAfterAMalformedByte) {
+  const auto packets = decode({0x80, 0x01, 'A', 0x70});
+  EXPECT_EQ(kinds(packets),
+            (std::vector<PacketKind>{PacketKind::Malformed, PacketKind::Instrumentation, PacketKind::Overflow}));
+  EXPECT_EQ(packets[1].offset, 1u);
+}
+
+TEST(ItmDecoder, ATruncatedPacketIsReportedAtTheEnd) {
+  EXPECT_TRUE(decode({0x03, 0x01, 0x02}, false).empty());
+  const auto packets = decode({0x03, 0x01, 0x02});
+  ASSERT_EQ(packets.size(), 1u);
+  EXPECT_EQ(packets[0].kind, PacketKind::Malformed);
+  EXPECT_EQ(packets[0].header, 0x03);
+  EXPECT_EQ(kinds(decode({0xC0, 0x85})), std::vector<PacketKind>{PacketKind::Malformed});
+  EXPECT_EQ(kinds(decode({0, 0, 0})), std::vector<PacketKind>(3, PacketKind::Malformed));
+}
+
+TEST(ItmDecoder, FeedingByteByByteGivesTheSamePackets) {
+  const std::vector<std::uint8_t> stream = {0, 0, 0,    0,    0,    0x80, 0x94, 0xE7, 0x8A, 0x8D, 0x69, 0x0B, 1, 2,
+                                            3, 4, 0xC0, 0x85, 0x01, 0x0E, 0x0F, 0x10, 0x17, 1,    2,    3,    4, 0x30};
+  const auto whole = decode(stream);
+  std::vector<Packet> pieces;
+  ItmDecoder decoder([&](const Packet& p) { pieces.push_back(p); });
+  for (std::uint8_t byte : stream) decoder.feed(&byte, 1);
+  decoder.finish();
+  ASSERT_EQ(pieces.size(), whole.size());
+  for (std::size_t i = 0; i < whole.size(); ++i) {
+    EXPECT_EQ(pieces[i].kind, whole[i].kind);
+    EXPECT_EQ(pieces[i].value, whole[i].value);
+    EXPECT_EQ(pieces[i].offset, whole[i].offset);
+  }
+  EXPECT_EQ(kinds(whole),
+            (std::vector<PacketKind>{PacketKind::Sync, PacketKind::GlobalTimestamp1, PacketKind::Instrumentation,
+                                     PacketKind::LocalTimestamp, PacketKind::ExceptionTrace, PacketKind::PcSample,
+                                     PacketKind::LocalTimestamp}));
+}
+
+TEST(ItmDecoder, StatisticsCountPacketsBytesAndSyncLosses) {
+  ItmDecoder decoder(nullptr);
+  decoder.feed(std::string("\x00\x00\x00\x00\x00\x80\x01\x41\x80\x90\x01\x42\x70", 13));
+  decoder.finish();
+  const DecoderStatistics& stats = decoder.statistics();
+  EXPECT_EQ(stats.bytes, 13u);
+  EXPECT_EQ(stats.count(PacketKind::Sync), 1u);
+  EXPECT_EQ(stats.count(PacketKind::Instrumentation), 2u);
+  EXPECT_EQ(stats.count(PacketKind::Overflow), 1u);
+  EXPECT_EQ(stats.count(PacketKind::Malformed), 2u);
+  EXPECT_EQ(stats.malformedBytes, 2u);
+  EXPECT_EQ(stats.syncLosses, 1u);  // one loss: the second bad byte was already out of sync
+}

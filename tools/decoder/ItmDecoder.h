@@ -1,0 +1,104 @@
+// Decodes the ITM/DWT packet stream that SWO carries (ARMv7-M, with the
+// ARMv8-M additions): synchronization, overflow, local and global timestamps,
+// stimulus-port pages, instrumentation (software) packets and the hardware
+// source packets (event counters, exception trace, PC samples, data trace,
+// PMU overflow). Bytes can be fed in pieces of any size; a packet split
+// across two feeds is decoded whole.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace vestrel::decode {
+
+enum class PacketKind {
+  Sync,
+  Overflow,
+  LocalTimestamp,  // format 1 (with a value) or format 2 (value in the header)
+  GlobalTimestamp1,
+  GlobalTimestamp2,
+  StimulusPage,     // extension packet selecting the stimulus-port page
+  Extension,        // any other extension packet
+  Instrumentation,  // software packet from a stimulus port
+  EventCounter,
+  ExceptionTrace,
+  PcSample,
+  PcSleep,  // periodic PC sample: core asleep (or, v8, sampling prohibited)
+  DataTracePc,
+  DataTraceAddress,
+  DataTraceValue,
+  DataTraceMatch,  // v8
+  PmuOverflow,     // v8
+  Malformed,       // a byte that starts no packet, or a packet cut short
+};
+
+const char* kindName(PacketKind kind);
+
+enum class ExceptionFunction : std::uint8_t { Reserved = 0, Entered = 1, Exited = 2, Returned = 3 };
+
+struct Packet {
+  PacketKind kind = PacketKind::Malformed;
+  std::uint64_t offset = 0;  // of the header byte in the stream
+  std::uint8_t header = 0;
+  std::uint8_t size = 0;        // payload bytes
+  std::uint32_t port = 0;       // stimulus port (page applied), or DWT comparator
+  std::uint64_t value = 0;      // payload value, timestamp, PC, address, data
+  std::uint8_t control = 0;     // local timestamp TC; event counter bits; v8 sleep payload
+  bool write = false;           // data trace value: write (else read)
+  bool wrap = false;            // global timestamp 1
+  bool clockChange = false;     // global timestamp 1
+  std::uint16_t exception = 0;  // exception trace: exception number
+  ExceptionFunction function = ExceptionFunction::Reserved;
+};
+
+struct DecoderStatistics {
+  std::uint64_t bytes = 0;
+  std::uint64_t packets[static_cast<int>(PacketKind::Malformed) + 1] = {};
+  std::uint64_t malformedBytes = 0;
+  std::uint64_t syncLosses = 0;  // malformed input after the stream was in sync
+
+  std::uint64_t count(PacketKind kind) const { return packets[static_cast<int>(kind)]; }
+};
+
+class ItmDecoder {
+ public:
+  using Sink = std::function<void(const Packet&)>;
+  explicit ItmDecoder(Sink sink) : sink_(std::move(sink)) {}
+
+  void feed(const std::uint8_t* data, std::size_t size);
+  void feed(const std::string& data) { feed(reinterpret_cast<const std::uint8_t*>(data.data()), data.size()); }
+  // Ends the stream: a packet still waiting for payload is reported as
+  // malformed.
+  void finish();
+
+  const DecoderStatistics& statistics() const { return statistics_; }
+
+ private:
+  enum class State { Header, Payload, Continuation, Zeros };
+
+  void header(std::uint8_t byte);
+  void startFixed(PacketKind kind, std::uint8_t header, std::uint8_t size);
+  void startContinued(PacketKind kind, std::uint8_t header, std::uint8_t maximum);
+  void completeFixed();
+  void completeContinued();
+  void emit(Packet& packet);
+  void malformed(std::uint8_t byte, std::uint64_t offset);
+
+  Sink sink_;
+  DecoderStatistics statistics_;
+  State state_ = State::Header;
+  Packet pending_;
+  std::uint8_t expected_ = 0;  // payload bytes still due (fixed size)
+  std::uint8_t received_ = 0;
+  std::uint8_t maximum_ = 0;  // continuation bytes allowed
+  std::uint8_t raw_[8] = {};
+  std::uint32_t zeros_ = 0;
+  std::uint64_t zerosOffset_ = 0;
+  std::uint32_t page_ = 0;
+  bool inSync_ = false;
+  std::uint64_t offset_ = 0;
+};
+
+}  // namespace vestrel::decode
