@@ -2,6 +2,7 @@
 
 #include "win32/windows_headers.h"
 
+#include "SerialLine.h"
 #include "TestSupport.h"
 
 namespace vestrel_test {
@@ -25,25 +26,8 @@ PortFeeder::PortFeeder(int comNumber) : state_(std::make_unique<State>()) {
                   " onto a pty pair";
     return;
   }
-  // The pair outlives a test: drop whatever an earlier test left in flight
-  // until the line has been quiet for a while.
-  const std::wstring capturePort = L"\\\\.\\COM" + std::to_wstring(comNumber);
-  HANDLE reader =
-      CreateFileW(capturePort.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (reader != INVALID_HANDLE_VALUE) {
-    COMMTIMEOUTS immediate{MAXDWORD, 0, 0, 0, 0};
-    SetCommTimeouts(reader, &immediate);
-    char scratch[4096];
-    for (DWORD quietSince = GetTickCount(); GetTickCount() - quietSince < 200;) {
-      DWORD got = 0;
-      if (ReadFile(reader, scratch, sizeof scratch, &got, nullptr) && got > 0) {
-        quietSince = GetTickCount();
-      } else {
-        Sleep(5);
-      }
-    }
-    CloseHandle(reader);
-  }
+  // The pair outlives a test: drop whatever an earlier test left in flight.
+  vestrel::simulator::SerialLine::drainReceiverSide(comNumber);
   const std::wstring path = L"\\\\.\\COM" + std::to_wstring(comNumber + 1);
   state_->port = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (state_->port == INVALID_HANDLE_VALUE) {

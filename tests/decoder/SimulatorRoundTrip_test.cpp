@@ -1,0 +1,77 @@
+// What the simulated target's program sends decodes back into exactly the
+// events it sent, however the stream is cut into pieces.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "ItmDecoder.h"
+#include "ItmProgram.h"
+
+using namespace vestrel::decode;
+using vestrel::simulator::ItmProgram;
+
+namespace {
+
+struct Decoded {
+  std::map<std::uint32_t, std::string> text;
+  std::uint64_t exceptions = 0;
+  std::uint64_t pcSamples = 0;
+  std::uint64_t dataWrites = 0;
+  std::uint64_t lastCounter = 0;
+  std::uint64_t overflows = 0;
+};
+
+Decoded decodeInPieces(const std::string& stream, std::size_t piece, DecoderStatistics& statistics) {
+  Decoded out;
+  ItmDecoder decoder([&](const Packet& p) {
+    switch (p.kind) {
+      case PacketKind::Instrumentation:
+        out.text[p.port] += static_cast<char>(p.value);
+        break;
+      case PacketKind::ExceptionTrace:
+        ++out.exceptions;
+        break;
+      case PacketKind::PcSample:
+        ++out.pcSamples;
+        break;
+      case PacketKind::DataTraceValue:
+        ++out.dataWrites;
+        out.lastCounter = p.value;
+        break;
+      case PacketKind::Overflow:
+        ++out.overflows;
+        break;
+      default:
+        break;
+    }
+  });
+  for (std::size_t at = 0; at < stream.size(); at += piece) decoder.feed(stream.substr(at, piece));
+  decoder.finish();
+  statistics = decoder.statistics();
+  return out;
+}
+
+}  // namespace
+
+TEST(SimulatorRoundTrip, EveryEventTheProgramSentIsDecoded) {
+  ItmProgram program;
+  std::string stream;
+  for (int i = 0; i < 5000; ++i) {
+    if (i == 1234) program.requestOverflow();
+    stream += program.nextIteration();
+  }
+  for (std::size_t piece : {stream.size(), std::size_t{1}, std::size_t{7}, std::size_t{100}}) {
+    DecoderStatistics statistics;
+    const Decoded decoded = decodeInPieces(stream, piece, statistics);
+    EXPECT_EQ(decoded.text, program.textSent()) << piece;
+    EXPECT_EQ(decoded.exceptions, program.exceptionsSent());
+    EXPECT_EQ(decoded.pcSamples, 5000u);
+    EXPECT_EQ(decoded.dataWrites, 5000u);
+    EXPECT_EQ(decoded.lastCounter, 4999u);
+    EXPECT_EQ(decoded.overflows, 1u);
+    EXPECT_EQ(statistics.malformedBytes, 0u);
+    EXPECT_EQ(statistics.count(PacketKind::Sync), (5000u + 63) / 64);
+  }
+  EXPECT_EQ(program.textSent().at(0).substr(0, 14), "tick 0\ntick 1\n");
+}
