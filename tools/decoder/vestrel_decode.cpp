@@ -9,6 +9,7 @@
 #include <string>
 
 #include "ItmDecoder.h"
+#include "TpiuDeframer.h"
 #include "TraceText.h"
 
 using namespace vestrel::decode;
@@ -52,6 +53,8 @@ int main(int argc, char** argv) {
   app.add_flag("--stats", statistics, "print packet statistics at the end");
   app.add_option("--clock", clockHz, "trace clock in Hz, to give timestamps in seconds");
   app.add_option("--ts-prescale", prescale, "ITM timestamp prescale (1, 4, 16, 64)");
+  int tpiuId = 0;
+  app.add_option("--tpiu", tpiuId, "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)");
   CLI11_PARSE(app, argc, argv);
 
   std::string bytes;
@@ -73,6 +76,15 @@ int main(int argc, char** argv) {
       return 1;
     }
     bytes.swap(section);
+  }
+
+  if (tpiuId > 0) {
+    std::string stream;
+    TpiuDeframer deframer([&](std::uint8_t id, std::uint8_t byte) {
+      if (id == tpiuId) stream += static_cast<char>(byte);
+    });
+    deframer.feed(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    bytes.swap(stream);
   }
 
   TextWriter::Timing timing;
