@@ -6,6 +6,9 @@
 //   demo (default)  everything simulated: probe software, a target whose ITM
 //                   stream runs through a serial line, automatic clock and
 //                   prescaler; records, decodes, summarises and saves.
+//   record          captures from a real probe's serial port; the target's
+//                   TPIU is set up by the user's own debugger.
+//   options         writes a default options file, or shows one.
 //   ports           the probes' auxiliary serial ports found on this machine.
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -26,6 +29,7 @@
 #include "SimulatedTarget.h"
 #include "TraceEnvironment.h"
 #include "TraceText.h"
+#include "XmlOptions.h"
 #include "cHexkitError.h"
 #include "uDll.h"
 
@@ -207,6 +211,125 @@ int demo(double seconds, const fs::path& output, int excerptLines) {
   return textExact && tdfExact && figures.bytesLost == 0 && malformed == 0 ? 0 : 1;
 }
 
+// The host's trace interface when a debugger outside this program has set up
+// the target's TPIU and ITM: every operation succeeds and changes nothing.
+class ExternallyConfiguredTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
+ public:
+  std::int32_t ReleaseTrace(std::uint32_t) override { return 0; }
+  std::int32_t ProgramTpiu(std::uint32_t) override { return 0; }
+  std::int32_t EnableTpiu(std::uint32_t) override { return 0; }
+  std::int32_t TraceOff(std::uint32_t) override { return 0; }
+  std::int32_t TraceStop(std::uint32_t) override { return 0; }
+  std::int32_t SetTpiuPrescaler(std::uint32_t, std::uint32_t) override { return 0; }
+  std::int32_t GetTraceExportStatus(std::uint32_t, std::uint32_t* status) override {
+    *status = 0;
+    return 0;
+  }
+  std::int32_t AckTraceExportStatus(std::uint32_t, std::uint32_t) override { return 0; }
+  std::int32_t SetPinProtocol(std::uint32_t, Kv::Orv::Trace::eSWO_ENCODING) override { return 0; }
+  std::int32_t SetTimestampPrescaler(std::uint32_t, Kv::Orv::Trace::eSWO_TS_PRESCALAR) override { return 0; }
+};
+
+struct RecordSettings {
+  std::string port;  // a COM number, or (Linux) a device path
+  double clockHz = 0;
+  std::string prescaler = "auto";
+  double seconds = 0;  // 0: until Enter
+  std::string output = "capture.bin";
+};
+
+int record(const RecordSettings& settings) {
+  const fs::path dir = fs::absolute("vestrel-record");
+  fs::create_directories(dir);
+  KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
+  int comNumber = 7;
+  if (!settings.port.empty() && settings.port.find_first_not_of("0123456789") == std::string::npos) {
+    comNumber = std::stoi(settings.port);
+  } else {
+    // A device path (Linux): named as COM7 for the receiver.
+    fs::create_directories(dir / "ports");
+    std::error_code ignored;
+    fs::remove(dir / "ports" / "COM7", ignored);
+    fs::create_symlink(settings.port, dir / "ports" / "COM7");
+    KV_ORV::SetEnv("VESTREL_COM_DIR", (dir / "ports").string().c_str());
+  }
+  // The probe software's checks are played by the probe simulator.
+  writeFile(dir / "board.txt", "$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
+  writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() + "\ndevice_id = 0x0B9AF02F\n");
+  KV_ORV::SetEnv("VESTREL_PROBE_SCENARIO", (dir / "probe-scenario.txt").string().c_str());
+  const bool autoPrescaler = settings.prescaler == "auto";
+  writeFile(dir / "options.xml",
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CHANNEL-SETUP>\n<VERSION version=\"1.1.0.0\"/>\n"
+            "<RCVRNAME>SWO Trace</RCVRNAME>\n<RCVRFWVER>V 1.0.0.9</RCVRFWVER>\n<ENCTYPE>UART</ENCTYPE>\n<PRESCALAR>" +
+                std::string(autoPrescaler ? "Auto" : "Manual") + "</PRESCALAR>\n<PRESCALARVAL>" +
+                (autoPrescaler ? std::string("0") : settings.prescaler) +
+                "</PRESCALARVAL>\n<CLKFREQ>Manual</CLKFREQ>\n<CLKFREQVAL>" +
+                std::to_string(static_cast<long long>(settings.clockHz)) + "</CLKFREQVAL>\n<COMPORT>" +
+                std::to_string(comNumber) + "</COMPORT>\n<TSPRESCALAR>4</TSPRESCALAR>\n</CHANNEL-SETUP>\n");
+
+  KV_ORV::uDll library;
+  if (!library.FindAndLoad("Vestrel", 0xFFFFFFFF)) {
+    std::cerr << "vestrel-host: " << library.LastError() << "\n";
+    return 2;
+  }
+  auto create = reinterpret_cast<CreateRcvrFunction>(library.GetSymbol("CreateRcvr"));
+  auto destroy = reinterpret_cast<DestroyRcvrFunction>(library.GetSymbol("DestroyRcvr"));
+  ExternallyConfiguredTarget target;
+  try {
+    CReceiver* receiver = create();
+    CChannelDriver* driver = receiver->GetChannelDriver("Probe/Core", &target, 1, 0);
+    driver->SetConfiguration((dir / "options.xml").string().c_str());
+    receiver->OnTargetStateChanged("Probe/Core", Kv::Orv::Trace::eTARGET_RUNNING);
+    std::cout << "recording: " << statusOf(*driver) << (settings.seconds > 0 ? "" : " (Enter stops)") << "\n";
+    const auto start = std::chrono::steady_clock::now();
+    if (settings.seconds > 0) {
+      while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < settings.seconds) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double bytes = driver->GetNumSamples() * 8.0;
+        std::cout << "\r  " << static_cast<long long>(bytes) << " bytes, " << static_cast<long long>(bytes / elapsed)
+                  << " bytes/s   " << std::flush;
+      }
+    } else {
+      std::string ignored;
+      std::getline(std::cin, ignored);
+    }
+    receiver->OnTargetStateChanged("Probe/Core", Kv::Orv::Trace::eTARGET_HALTED);
+    std::cout << "\nstopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
+    driver->SaveToFile(fs::absolute(settings.output).string(), 2);
+    std::cout << "saved " << fs::absolute(settings.output).string() << "\n";
+    receiver->ReleaseChannelDriver(driver);
+    destroy(receiver);
+  } catch (const cHexkitError& e) {
+    std::cerr << "vestrel-host: receiver error (severity " << e.GetSeverity() << "): " << e.GetMessage() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
+int options(const std::string& writePath, const std::string& showPath) {
+  using Kv::Orv::Trace::Vestrel::ChannelOptionsHandler;
+  using Kv::Orv::Trace::Vestrel::OptionSet;
+  try {
+    ChannelOptionsHandler handler;
+    if (!writePath.empty()) {
+      OptionSet defaults;
+      handler.load(defaults, "", 2);
+      handler.save(defaults, writePath);
+      std::cout << "wrote the default options to " << writePath << "\n";
+    }
+    if (!showPath.empty()) {
+      OptionSet set;
+      handler.load(set, showPath, 2);
+      for (const auto& option : set) std::printf("  %-13s %s\n", option.key.c_str(), option.value.c_str());
+    }
+  } catch (const cHexkitError& e) {
+    std::cerr << "vestrel-host: options error (severity " << e.GetSeverity() << "): " << e.GetMessage() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
 int ports() {
   for (std::uint32_t selector : {0u, 1u}) {
     const auto found = Kv::Orv::Trace::Vestrel::enumerateAuxPorts(selector);
@@ -231,7 +354,21 @@ int main(int argc, char** argv) {
   demoCommand->add_option("--output", output, "folder for the files of the demo")->capture_default_str();
   demoCommand->add_option("--lines", excerpt, "decoded lines to show")->capture_default_str();
   auto* portsCommand = app.add_subcommand("ports", "list the probes' auxiliary serial ports");
+  RecordSettings recording;
+  auto* recordCommand =
+      app.add_subcommand("record", "capture from a probe's serial port (TPIU set up by your debugger)");
+  recordCommand->add_option("--port", recording.port, "COM port number, or (Linux) a device path")->required();
+  recordCommand->add_option("--clock", recording.clockHz, "trace clock in Hz")->required();
+  recordCommand->add_option("--prescaler", recording.prescaler, "TPIU prescaler, or auto")->capture_default_str();
+  recordCommand->add_option("--seconds", recording.seconds, "how long; 0 records until Enter")->capture_default_str();
+  recordCommand->add_option("--output", recording.output, "binary dump of the capture")->capture_default_str();
+  std::string writeOptions, showOptions;
+  auto* optionsCommand = app.add_subcommand("options", "write a default options file, or show one");
+  optionsCommand->add_option("--write", writeOptions, "file to write the defaults to");
+  optionsCommand->add_option("--show", showOptions, "options file to show");
   CLI11_PARSE(app, argc, argv);
   if (portsCommand->parsed()) return ports();
+  if (recordCommand->parsed()) return record(recording);
+  if (optionsCommand->parsed()) return options(writeOptions, showOptions);
   return demo(seconds, output, excerpt);
 }
