@@ -47,6 +47,28 @@ constexpr int kComPort = 7;
 // The simulated device's clock registers give this (DCO 12 MHz, divided by 2).
 constexpr double kTargetClockHz = 6000000.0;
 
+// The receiver library, loaded by name and searched the way the platform
+// loader searches (the host's folder first), with its two entry points.
+struct ReceiverLibrary {
+  KV_ORV::uDll dll;
+  CreateRcvrFunction create = nullptr;
+  DestroyRcvrFunction destroy = nullptr;
+
+  bool load() {
+    if (!dll.FindAndLoad("Vestrel", 0xFFFFFFFF)) {
+      std::cerr << "vestrel-host: " << dll.LastError() << "\n";
+      return false;
+    }
+    create = reinterpret_cast<CreateRcvrFunction>(dll.GetSymbol("CreateRcvr"));
+    destroy = reinterpret_cast<DestroyRcvrFunction>(dll.GetSymbol("DestroyRcvr"));
+    if (create == nullptr || destroy == nullptr) {
+      std::cerr << "vestrel-host: the library does not export CreateRcvr and DestroyRcvr\n";
+      return false;
+    }
+    return true;
+  }
+};
+
 void writeFile(const fs::path& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
 
 std::string statusOf(CChannelDriver& driver) {
@@ -101,17 +123,10 @@ int demo(double seconds, const fs::path& output, int excerptLines) {
   }
   simulator::SimulatedTarget target(kTargetClockHz, line);
 
-  KV_ORV::uDll library;
-  if (!library.FindAndLoad("Vestrel", 0xFFFFFFFF)) {
-    std::cerr << "vestrel-host: " << library.LastError() << "\n";
-    return 2;
-  }
-  auto create = reinterpret_cast<CreateRcvrFunction>(library.GetSymbol("CreateRcvr"));
-  auto destroy = reinterpret_cast<DestroyRcvrFunction>(library.GetSymbol("DestroyRcvr"));
-  if (create == nullptr || destroy == nullptr) {
-    std::cerr << "vestrel-host: the library does not export CreateRcvr and DestroyRcvr\n";
-    return 2;
-  }
+  ReceiverLibrary library;
+  if (!library.load()) return 2;
+  const CreateRcvrFunction create = library.create;
+  const DestroyRcvrFunction destroy = library.destroy;
 
   std::string capture;
   double elapsed = 0;
@@ -267,13 +282,10 @@ int record(const RecordSettings& settings) {
                 std::to_string(static_cast<long long>(settings.clockHz)) + "</CLKFREQVAL>\n<COMPORT>" +
                 std::to_string(comNumber) + "</COMPORT>\n<TSPRESCALAR>4</TSPRESCALAR>\n</CHANNEL-SETUP>\n");
 
-  KV_ORV::uDll library;
-  if (!library.FindAndLoad("Vestrel", 0xFFFFFFFF)) {
-    std::cerr << "vestrel-host: " << library.LastError() << "\n";
-    return 2;
-  }
-  auto create = reinterpret_cast<CreateRcvrFunction>(library.GetSymbol("CreateRcvr"));
-  auto destroy = reinterpret_cast<DestroyRcvrFunction>(library.GetSymbol("DestroyRcvr"));
+  ReceiverLibrary library;
+  if (!library.load()) return 2;
+  const CreateRcvrFunction create = library.create;
+  const DestroyRcvrFunction destroy = library.destroy;
   ExternallyConfiguredTarget target;
   try {
     CReceiver* receiver = create();
