@@ -27,6 +27,7 @@ SerialLine::SerialLine(int comNumber) : state_(std::make_unique<State>()) {
     state_->why = "cannot open COM" + std::to_string(comNumber + 1);
     return;
   }
+  // A write gives up after a millisecond, so a full line never blocks.
   COMMTIMEOUTS timeouts{};
   timeouts.WriteTotalTimeoutConstant = 1;
   SetCommTimeouts(state_->port, &timeouts);
