@@ -52,6 +52,19 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
   statistics_.bytes += size;
   for (std::size_t i = 0; i < size; ++i, ++offset_) {
     const std::uint8_t byte = data[i];
+    // Most packets are source packets whose payload is already here: decode
+    // them straight from the buffer.
+    if (state_ == State::Header && (byte & 0x03) != 0) {
+      const std::uint8_t payload = kSizes[byte & 0x03];
+      if (i + payload < size) {
+        std::uint64_t value = 0;
+        for (std::uint8_t b = 0; b < payload; ++b) value |= static_cast<std::uint64_t>(data[i + 1 + b]) << (8 * b);
+        completeSource(byte, offset_, payload, value);
+        i += payload;
+        offset_ += payload;
+        continue;
+      }
+    }
     switch (state_) {
       case State::Header:
         header(byte);
@@ -183,18 +196,25 @@ void ItmDecoder::header(std::uint8_t byte) {
 void ItmDecoder::completeFixed() {
   std::uint64_t value = 0;
   for (std::uint8_t i = 0; i < received_; ++i) value |= static_cast<std::uint64_t>(raw_[i]) << (8 * i);
-  Packet& packet = pending_;
-  packet.value = value;
-  const std::uint32_t address = packet.header >> 3;
   state_ = State::Header;
+  completeSource(pending_.header, pending_.offset, pending_.size, value);
+}
 
-  if (packet.kind == PacketKind::Instrumentation) {
+void ItmDecoder::completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value) {
+  Packet packet;
+  packet.header = header;
+  packet.offset = offset;
+  packet.size = size;
+  packet.value = value;
+  const std::uint32_t address = header >> 3;
+
+  if ((header & 0x04) == 0) {
+    packet.kind = PacketKind::Instrumentation;
     packet.port = page_ * 32 + address;
     emit(packet);
     return;
   }
   // Hardware source packets, by discriminator.
-  const std::uint8_t size = packet.size;
   if (address == 0 && size == 1) {
     packet.kind = PacketKind::EventCounter;
     packet.control = static_cast<std::uint8_t>(value);

@@ -82,6 +82,7 @@ class ItmDecoder {
   void startFixed(PacketKind kind, std::uint8_t header, std::uint8_t size);
   void startContinued(PacketKind kind, std::uint8_t header, std::uint8_t maximum);
   void completeFixed();
+  void completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value);
   void completeContinued();
   void emit(Packet& packet);
   void malformed(std::uint8_t byte, std::uint64_t offset);
