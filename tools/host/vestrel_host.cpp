@@ -9,6 +9,8 @@
 //   record          captures from a real probe's serial port; the target's
 //                   TPIU is set up by the user's own debugger.
 //   options         writes a default options file, or shows one.
+//   attributes      what the driver tells a decoder, for an options file.
+//   export          a capture the receiver holds, as TDF or binary dump.
 //   ports           the probes' auxiliary serial ports found on this machine.
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -342,6 +344,86 @@ int options(const std::string& writePath, const std::string& showPath) {
   return 0;
 }
 
+// A receiver with a driver for a CPU behind the simulated probe, in a profile
+// folder of its own: what the attributes and export commands look at.
+struct ProbeSession {
+  ReceiverLibrary library;
+  ExternallyConfiguredTarget target;
+  CReceiver* receiver = nullptr;
+  CChannelDriver* driver = nullptr;
+
+  bool open(const fs::path& profile, const char* cpu) {
+    fs::create_directories(profile);
+    KV_ORV::SetEnv("USERPROFILE", fs::absolute(profile).string().c_str());
+    writeProbeScenario(fs::absolute(profile));
+    if (!library.load()) return false;
+    receiver = library.create();
+    driver = receiver->GetChannelDriver(cpu, &target, 1, 0);
+    return true;
+  }
+  ~ProbeSession() {
+    if (receiver != nullptr) {
+      if (driver != nullptr) receiver->ReleaseChannelDriver(driver);
+      library.destroy(receiver);
+    }
+  }
+};
+
+int attributes(const std::string& optionsFile, const std::string& profile) {
+  // The session (and with it the receiver library) outlives the handler:
+  // an error thrown inside the library lives in the library.
+  ProbeSession session;
+  try {
+    if (!session.open(profile, kCpu)) return 2;
+    session.driver->SetConfiguration(fs::absolute(optionsFile).string().c_str());
+    std::vector<std::string> names = {"Trace Data Frequency",
+                                      "Timing Clock Frequency",
+                                      "ITM Timestamp Prescale",
+                                      "Buffer Wrapped",
+                                      "TWP Source",
+                                      "WP0 Comp",
+                                      "WP1 Comp",
+                                      "WP2 Comp",
+                                      "WP3 Comp",
+                                      "ITM Exception Map Name"};
+    for (int port = 0; port < 32; ++port) names.push_back("ITMChannelType_" + std::to_string(port));
+    for (const std::string& name : names) {
+      Kv::Orv::Trace::TraceAttribute attribute;
+      session.driver->GetAttribute(name.c_str(), attribute);
+      std::printf("  %-24s %s (type %u)\n", name.c_str(), attribute.value, attribute.type);
+    }
+  } catch (const cHexkitError& e) {
+    std::cerr << "vestrel-host: receiver error (severity " << e.GetSeverity() << "): " << e.GetMessage() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
+// The capture of the demo's CPU in a demo or record folder.
+int exportCapture(const std::string& profile, const std::string& tdf, const std::string& binary) {
+  // The session (and with it the receiver library) outlives the handler:
+  // an error thrown inside the library lives in the library.
+  ProbeSession session;
+  try {
+    if (!session.open(profile, kCpu)) return 2;
+    const std::uint32_t samples = session.driver->GetNumSamples();
+    std::cout << samples << " samples (" << samples * 8ull << " bytes)\n";
+    if (!tdf.empty()) {
+      if (!fs::exists(tdf)) writeFile(tdf, "VTDF0001");  // the host creates TDF files
+      session.driver->SaveToFile(fs::absolute(tdf).string(), 0);
+      std::cout << "appended a BinTraceData section to " << tdf << "\n";
+    }
+    if (!binary.empty()) {
+      session.driver->SaveToFile(fs::absolute(binary).string(), 2);
+      std::cout << "wrote " << binary << "\n";
+    }
+  } catch (const cHexkitError& e) {
+    std::cerr << "vestrel-host: receiver error (severity " << e.GetSeverity() << "): " << e.GetMessage() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
 int ports() {
   for (std::uint32_t selector : {0u, 1u}) {
     const auto found = Kv::Orv::Trace::Vestrel::enumerateAuxPorts(selector);
@@ -378,8 +460,20 @@ int main(int argc, char** argv) {
   auto* optionsCommand = app.add_subcommand("options", "write a default options file, or show one");
   optionsCommand->add_option("--write", writeOptions, "file to write the defaults to");
   optionsCommand->add_option("--show", showOptions, "options file to show");
+  std::string attributeOptions, attributeProfile = "vestrel-attributes";
+  auto* attributesCommand = app.add_subcommand("attributes", "the attributes a decoder asks for, for an options file");
+  attributesCommand->add_option("--options", attributeOptions, "options file")->required();
+  attributesCommand->add_option("--profile", attributeProfile, "folder for the receiver's files")
+      ->capture_default_str();
+  std::string exportProfile = "vestrel-demo", exportTdf, exportBinary;
+  auto* exportCommand = app.add_subcommand("export", "export the capture of a demo or record folder");
+  exportCommand->add_option("--from", exportProfile, "the demo or record folder")->capture_default_str();
+  exportCommand->add_option("--tdf", exportTdf, "TDF file to append a BinTraceData section to");
+  exportCommand->add_option("--binary", exportBinary, "binary dump to write");
   CLI11_PARSE(app, argc, argv);
   if (portsCommand->parsed()) return ports();
+  if (attributesCommand->parsed()) return attributes(attributeOptions, attributeProfile);
+  if (exportCommand->parsed()) return exportCapture(exportProfile, exportTdf, exportBinary);
   if (recordCommand->parsed()) return record(recording);
   if (optionsCommand->parsed()) return options(writeOptions, showOptions);
   return demo(seconds, output, excerpt);
