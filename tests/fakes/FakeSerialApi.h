@@ -4,6 +4,7 @@
 // counted (the collector polls without pause).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -79,9 +80,10 @@ class FakeSerialApi final : public Kv::Orv::Trace::Vestrel::SerialApi {
   std::vector<PortState> statesSet;
   PortState state;   // the port's state as last set
   PortState opened;  // the state the port had when opened
-  std::uint64_t reads = 0, emptyReads = 0, writes = 0, emptyWrites = 0, deliveredBytes = 0;
-  std::uint64_t readsAfterBreak = 0, writesAfterBreak = 0;
-  bool breakSet = false;
+  // Read by the test while the collector thread counts them.
+  std::atomic<std::uint64_t> reads{0}, emptyReads{0}, writes{0}, emptyWrites{0}, deliveredBytes{0};
+  std::atomic<std::uint64_t> readsAfterBreak{0}, writesAfterBreak{0};
+  std::atomic<bool> breakSet{false};
 
   std::vector<std::string> callsSnapshot() {
     std::lock_guard<std::mutex> guard(mutex_);
