@@ -28,6 +28,7 @@
 #include "AuxPortDiscovery.h"
 #include "CReceiver.h"
 #include "ItmDecoder.h"
+#include "PassiveTarget.h"
 #include "SimulatedTarget.h"
 #include "TraceEnvironment.h"
 #include "TraceText.h"
@@ -228,25 +229,6 @@ int demo(double seconds, const fs::path& output, int excerptLines) {
   return textExact && tdfExact && figures.bytesLost == 0 && malformed == 0 ? 0 : 1;
 }
 
-// The host's trace interface when a debugger outside this program has set up
-// the target's TPIU and ITM: every operation succeeds and changes nothing.
-class ExternallyConfiguredTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
- public:
-  std::int32_t ReleaseTrace(std::uint32_t) override { return 0; }
-  std::int32_t ProgramTpiu(std::uint32_t) override { return 0; }
-  std::int32_t EnableTpiu(std::uint32_t) override { return 0; }
-  std::int32_t TraceOff(std::uint32_t) override { return 0; }
-  std::int32_t TraceStop(std::uint32_t) override { return 0; }
-  std::int32_t SetTpiuPrescaler(std::uint32_t, std::uint32_t) override { return 0; }
-  std::int32_t GetTraceExportStatus(std::uint32_t, std::uint32_t* status) override {
-    *status = 0;
-    return 0;
-  }
-  std::int32_t AckTraceExportStatus(std::uint32_t, std::uint32_t) override { return 0; }
-  std::int32_t SetPinProtocol(std::uint32_t, Kv::Orv::Trace::eSWO_ENCODING) override { return 0; }
-  std::int32_t SetTimestampPrescaler(std::uint32_t, Kv::Orv::Trace::eSWO_TS_PRESCALAR) override { return 0; }
-};
-
 struct RecordSettings {
   std::string port;  // a COM number, or (Linux) a device path
   double clockHz = 0;
@@ -288,7 +270,7 @@ int record(const RecordSettings& settings) {
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
   const DestroyRcvrFunction destroy = library.destroy;
-  ExternallyConfiguredTarget target;
+  simulator::PassiveTarget target;
   try {
     CReceiver* receiver = create();
     CChannelDriver* driver = receiver->GetChannelDriver("Probe/Core", &target, 1, 0);
@@ -348,7 +330,7 @@ int options(const std::string& writePath, const std::string& showPath) {
 // folder of its own: what the attributes and export commands look at.
 struct ProbeSession {
   ReceiverLibrary library;
-  ExternallyConfiguredTarget target;
+  simulator::PassiveTarget target;
   CReceiver* receiver = nullptr;
   CChannelDriver* driver = nullptr;
 
