@@ -82,3 +82,14 @@ TEST(TraceText, Statistics) {
   writeStatistics(out, decoder.statistics());
   EXPECT_EQ(out.str(), "bytes: 4\noverflow: 1\ninstrumentation: 1\nmalformed: 1\nmalformed bytes: 1\nsync losses: 0\n");
 }
+
+TEST(TraceText, StatisticsAsJson) {
+  ItmDecoder decoder(nullptr);
+  decoder.feed(
+      std::string("\x01"
+                  "A\x70\x80",
+                  4));
+  EXPECT_EQ(statisticsJson(decoder.statistics()),
+            "{\"bytes\":4,\"kind\":\"statistics\",\"malformed-bytes\":1,\"packets\":{\"instrumentation\":1,"
+            "\"malformed\":1,\"overflow\":1},\"sync-losses\":0}");
+}

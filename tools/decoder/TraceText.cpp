@@ -176,4 +176,17 @@ void writeStatistics(std::ostream& out, const DecoderStatistics& statistics) {
   out << "sync losses: " << statistics.syncLosses << "\n";
 }
 
+std::string statisticsJson(const DecoderStatistics& statistics) {
+  nlohmann::json packets = nlohmann::json::object();
+  for (int kind = 0; kind <= static_cast<int>(PacketKind::Malformed); ++kind) {
+    if (statistics.packets[kind] != 0) packets[kindName(static_cast<PacketKind>(kind))] = statistics.packets[kind];
+  }
+  const nlohmann::json object = {{"kind", "statistics"},
+                                 {"bytes", statistics.bytes},
+                                 {"packets", packets},
+                                 {"malformed-bytes", statistics.malformedBytes},
+                                 {"sync-losses", statistics.syncLosses}};
+  return object.dump();
+}
+
 }  // namespace vestrel::decode

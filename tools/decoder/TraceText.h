@@ -44,5 +44,7 @@ std::string toJson(const Packet& packet);
 
 // A summary of the statistics, one "name: count" per line.
 void writeStatistics(std::ostream& out, const DecoderStatistics& statistics);
+// The same as one JSON object of kind "statistics", for JSON Lines output.
+std::string statisticsJson(const DecoderStatistics& statistics);
 
 }  // namespace vestrel::decode

@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
   app.add_option("input", input, "raw capture or TDF file; - or nothing for standard input");
   app.add_flag("--tdf", tdf, "read the BinTraceData section of a TDF file");
   app.add_flag("--json", json, "one JSON object per packet instead of text");
-  app.add_flag("--stats", statistics, "print packet statistics at the end");
+  app.add_flag("--stats", statistics, "print packet statistics at the end (as a last JSON line with --json)");
   app.add_option("--clock", clockHz, "trace clock in Hz, to give timestamps in seconds");
   app.add_option("--ts-prescale", prescale, "ITM timestamp prescale (1, 4, 16, 64)");
   int tpiuId = 0;
@@ -101,6 +101,7 @@ int main(int argc, char** argv) {
   decoder.feed(bytes);
   decoder.finish();
   if (!json) text.flush();
-  if (statistics) writeStatistics(json ? std::cerr : std::cout, decoder.statistics());
+  if (statistics && json) std::cout << statisticsJson(decoder.statistics()) << "\n";
+  if (statistics && !json) writeStatistics(std::cout, decoder.statistics());
   return 0;
 }

@@ -13,8 +13,11 @@
 //   export          a capture the receiver holds, as TDF or binary dump.
 //   ports           the probes' auxiliary serial ports found on this machine.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -30,6 +33,7 @@
 #include "ItmDecoder.h"
 #include "PassiveTarget.h"
 #include "SimulatedTarget.h"
+#include "Terminal.h"
 #include "TraceEnvironment.h"
 #include "TraceText.h"
 #include "XmlOptions.h"
@@ -232,68 +236,137 @@ int demo(double seconds, const fs::path& output, int excerptLines) {
 struct RecordSettings {
   std::string port;  // a COM number, or (Linux) a device path
   double clockHz = 0;
-  std::string prescaler = "auto";
-  double seconds = 0;  // 0: until Enter
+  std::string prescaler;  // a number, or auto
+  std::string optionsFile;
+  std::string firmware;  // the probe's firmware version, as its software reports it
+  double seconds = 0;    // 0: until Enter
   std::string output = "capture.bin";
 };
+
+// What record assumes when neither the command line nor the options file
+// names the probe's firmware: the first release that carries SWO.
+constexpr const char* kDefaultProbeFirmware = "V 1.0.0.5";
+
+void setOption(Kv::Orv::Trace::Vestrel::OptionSet& set, std::uint32_t id, const std::string& value) {
+  for (auto& option : set) {
+    if (option.id == id) option.value = value;
+  }
+}
+
+std::string optionValue(const Kv::Orv::Trace::Vestrel::OptionSet& set, std::uint32_t id) {
+  for (const auto& option : set) {
+    if (option.id == id) return option.value;
+  }
+  return "";
+}
+
+// The options the receiver records with: the user's file (or the defaults),
+// with what the command line gives in place of its port, clock and prescaler.
+// Returns an error text, or "" when the options are complete.
+std::string prepareRecordOptions(const RecordSettings& settings, const fs::path& dir) {
+  namespace opt = Kv::Orv::Trace::Vestrel;
+  opt::ChannelOptionsHandler handler;
+  opt::OptionSet set;
+  handler.load(set, settings.optionsFile.empty() ? "" : fs::absolute(settings.optionsFile).string(), 2);
+  if (!settings.port.empty()) {
+    if (settings.port.find_first_not_of("0123456789") == std::string::npos) {
+      setOption(set, opt::kOptionComPort, settings.port);
+    } else {
+      // A device path (Linux): named as COM7 for the receiver.
+      fs::create_directories(dir / "ports");
+      std::error_code ignored;
+      fs::remove(dir / "ports" / "COM7", ignored);
+      fs::create_symlink(settings.port, dir / "ports" / "COM7");
+      KV_ORV::SetEnv("VESTREL_COM_DIR", (dir / "ports").string().c_str());
+      setOption(set, opt::kOptionComPort, "7");
+    }
+  }
+  if (!settings.firmware.empty()) {
+    setOption(set, opt::kOptionFirmwareVersion, settings.firmware);
+  } else if (optionValue(set, opt::kOptionFirmwareVersion).empty()) {
+    setOption(set, opt::kOptionFirmwareVersion, kDefaultProbeFirmware);
+  }
+  if (settings.clockHz > 0) {
+    setOption(set, opt::kOptionClockMode, "Manual");
+    setOption(set, opt::kOptionClockValue, std::to_string(static_cast<long long>(settings.clockHz)));
+  }
+  if (settings.prescaler == "auto") {
+    setOption(set, opt::kOptionPrescalerMode, "Auto");
+  } else if (!settings.prescaler.empty()) {
+    setOption(set, opt::kOptionPrescalerMode, "Manual");
+    setOption(set, opt::kOptionPrescalerValue, settings.prescaler);
+  }
+  // Without the debugger's device session there are no clock registers to
+  // read, so the clock must be given.
+  if (optionValue(set, opt::kOptionClockMode) != "Manual") return "give the trace clock with --clock";
+  const std::string port = optionValue(set, opt::kOptionComPort);
+  if (port.empty() || port.find_first_not_of("0123456789") != std::string::npos) {
+    return "give the probe's serial port with --port";
+  }
+  handler.save(set, (dir / "options.xml").string());
+  return "";
+}
 
 int record(const RecordSettings& settings) {
   const fs::path dir = fs::absolute("vestrel-record");
   fs::create_directories(dir);
   KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
-  int comNumber = 7;
-  if (!settings.port.empty() && settings.port.find_first_not_of("0123456789") == std::string::npos) {
-    comNumber = std::stoi(settings.port);
-  } else {
-    // A device path (Linux): named as COM7 for the receiver.
-    fs::create_directories(dir / "ports");
-    std::error_code ignored;
-    fs::remove(dir / "ports" / "COM7", ignored);
-    fs::create_symlink(settings.port, dir / "ports" / "COM7");
-    KV_ORV::SetEnv("VESTREL_COM_DIR", (dir / "ports").string().c_str());
-  }
   // The probe software's checks are played by the probe simulator.
   writeFile(dir / "board.txt", "$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
   writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() + "\ndevice_id = 0x0B9AF02F\n");
   KV_ORV::SetEnv("VESTREL_PROBE_SCENARIO", (dir / "probe-scenario.txt").string().c_str());
-  const bool autoPrescaler = settings.prescaler == "auto";
-  writeFile(dir / "options.xml",
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CHANNEL-SETUP>\n<VERSION version=\"1.1.0.0\"/>\n"
-            "<RCVRNAME>SWO Trace</RCVRNAME>\n<RCVRFWVER>V 1.0.0.9</RCVRFWVER>\n<ENCTYPE>UART</ENCTYPE>\n<PRESCALAR>" +
-                std::string(autoPrescaler ? "Auto" : "Manual") + "</PRESCALAR>\n<PRESCALARVAL>" +
-                (autoPrescaler ? std::string("0") : settings.prescaler) +
-                "</PRESCALARVAL>\n<CLKFREQ>Manual</CLKFREQ>\n<CLKFREQVAL>" +
-                std::to_string(static_cast<long long>(settings.clockHz)) + "</CLKFREQVAL>\n<COMPORT>" +
-                std::to_string(comNumber) + "</COMPORT>\n<TSPRESCALAR>4</TSPRESCALAR>\n</CHANNEL-SETUP>\n");
+  try {
+    const std::string missing = prepareRecordOptions(settings, dir);
+    if (!missing.empty()) {
+      std::cerr << "vestrel-host: " << missing << "\n";
+      return 2;
+    }
+  } catch (const cHexkitError& e) {
+    std::cerr << "vestrel-host: options error (severity " << e.GetSeverity() << "): " << e.GetMessage() << "\n";
+    return 1;
+  }
 
   ReceiverLibrary library;
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
   const DestroyRcvrFunction destroy = library.destroy;
   simulator::PassiveTarget target;
+  const bool live = host::isTerminal(stdout);
   try {
     CReceiver* receiver = create();
     CChannelDriver* driver = receiver->GetChannelDriver("Probe/Core", &target, 1, 0);
     driver->SetConfiguration((dir / "options.xml").string().c_str());
     receiver->OnTargetStateChanged("Probe/Core", Kv::Orv::Trace::eTARGET_RUNNING);
-    std::cout << "recording: " << statusOf(*driver) << (settings.seconds > 0 ? "" : " (Enter stops)") << "\n";
+    std::cout << "recording: " << statusOf(*driver) << (settings.seconds > 0 ? "" : " (Enter stops)") << std::endl;
     const auto start = std::chrono::steady_clock::now();
-    if (settings.seconds > 0) {
-      while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < settings.seconds) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const double bytes = driver->GetNumSamples() * 8.0;
-        std::cout << "\r  " << static_cast<long long>(bytes) << " bytes, " << static_cast<long long>(bytes / elapsed)
-                  << " bytes/s   " << std::flush;
-      }
-    } else {
-      std::string ignored;
-      std::getline(std::cin, ignored);
+    const auto secondsSince = [&start] {
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    // Until Enter, standard input is watched on a thread of its own so that
+    // the counter keeps moving.
+    std::atomic<bool> enterPressed{false};
+    std::thread enterWatcher;
+    if (settings.seconds <= 0) {
+      enterWatcher = std::thread([&enterPressed] {
+        std::string ignored;
+        std::getline(std::cin, ignored);
+        enterPressed = true;
+      });
     }
+    while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enterPressed) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
+      if (live) {
+        const double bytes = driver->GetNumSamples() * 8.0;
+        std::cout << "\r  " << static_cast<long long>(bytes) << " bytes, "
+                  << static_cast<long long>(bytes / secondsSince()) << " bytes/s   " << std::flush;
+      }
+    }
+    if (enterWatcher.joinable()) enterWatcher.join();
     receiver->OnTargetStateChanged("Probe/Core", Kv::Orv::Trace::eTARGET_HALTED);
-    std::cout << "\nstopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
+    if (live) std::cout << "\n";
+    std::cout << "stopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
     driver->SaveToFile(fs::absolute(settings.output).string(), 2);
-    std::cout << "saved " << fs::absolute(settings.output).string() << "\n";
+    std::cout << "saved " << settings.output << "\n";
     receiver->ReleaseChannelDriver(driver);
     destroy(receiver);
   } catch (const cHexkitError& e) {
@@ -381,6 +454,48 @@ int attributes(const std::string& optionsFile, const std::string& profile) {
   return 0;
 }
 
+// SaveToFile with a progress bar on a terminal: the export runs on a worker
+// thread while this one watches the file grow towards its expected size.
+// An error thrown by the export is thrown again here.
+void saveWithProgress(CChannelDriver& driver, const fs::path& path, std::uint32_t format, std::uint64_t growth,
+                      const char* label) {
+  if (!host::isTerminal(stdout)) {
+    driver.SaveToFile(path.string(), format);
+    return;
+  }
+  std::error_code error;
+  const std::uint64_t before = fs::exists(path) ? fs::file_size(path, error) : 0;
+  std::exception_ptr failure;
+  std::atomic<bool> done{false};
+  std::thread worker([&] {
+    try {
+      driver.SaveToFile(path.string(), format);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    done = true;
+  });
+  const auto draw = [&](std::uint64_t written) {
+    const double fraction = growth == 0 ? 1.0 : std::min(1.0, static_cast<double>(written) / growth);
+    const int filled = static_cast<int>(fraction * 40);
+    std::printf("\r  %-6s [%s%s] %3d%%", label, std::string(filled, '#').c_str(), std::string(40 - filled, '.').c_str(),
+                static_cast<int>(fraction * 100));
+    std::fflush(stdout);
+  };
+  while (!done) {
+    const std::uint64_t now = fs::exists(path, error) ? fs::file_size(path, error) : 0;
+    draw(error || now < before ? 0 : now - before);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  worker.join();
+  if (failure) {
+    std::printf("\n");
+    std::rethrow_exception(failure);
+  }
+  draw(growth);
+  std::printf("\n");
+}
+
 // The capture of the demo's CPU in a demo or record folder.
 int exportCapture(const std::string& profile, const std::string& tdf, const std::string& binary) {
   // The session (and with it the receiver library) outlives the handler:
@@ -389,14 +504,16 @@ int exportCapture(const std::string& profile, const std::string& tdf, const std:
   try {
     if (!session.open(profile, kCpu)) return 2;
     const std::uint32_t samples = session.driver->GetNumSamples();
-    std::cout << samples << " samples (" << samples * 8ull << " bytes)\n";
+    const std::uint64_t bytes = samples * 8ull;
+    std::cout << samples << " samples (" << bytes << " bytes)" << std::endl;
     if (!tdf.empty()) {
       if (!fs::exists(tdf)) writeFile(tdf, "VTDF0001");  // the host creates TDF files
-      session.driver->SaveToFile(fs::absolute(tdf).string(), 0);
+      // The section: a 24-byte header, then the samples.
+      saveWithProgress(*session.driver, fs::absolute(tdf), 0, 24 + bytes, "TDF");
       std::cout << "appended a BinTraceData section to " << tdf << "\n";
     }
     if (!binary.empty()) {
-      session.driver->SaveToFile(fs::absolute(binary).string(), 2);
+      saveWithProgress(*session.driver, fs::absolute(binary), 2, bytes, "binary");
       std::cout << "wrote " << binary << "\n";
     }
   } catch (const cHexkitError& e) {
@@ -433,9 +550,12 @@ int main(int argc, char** argv) {
   RecordSettings recording;
   auto* recordCommand =
       app.add_subcommand("record", "capture from a probe's serial port (TPIU set up by your debugger)");
-  recordCommand->add_option("--port", recording.port, "COM port number, or (Linux) a device path")->required();
-  recordCommand->add_option("--clock", recording.clockHz, "trace clock in Hz")->required();
-  recordCommand->add_option("--prescaler", recording.prescaler, "TPIU prescaler, or auto")->capture_default_str();
+  recordCommand->add_option("--port", recording.port, "COM port number, or (Linux) a device path");
+  recordCommand->add_option("--clock", recording.clockHz, "trace clock in Hz");
+  recordCommand->add_option("--prescaler", recording.prescaler, "TPIU prescaler, or auto");
+  recordCommand->add_option("--options", recording.optionsFile, "options file to start from")->check(CLI::ExistingFile);
+  recordCommand->add_option("--firmware", recording.firmware,
+                            "the probe's firmware version (default: the options file's, else V 1.0.0.5)");
   recordCommand->add_option("--seconds", recording.seconds, "how long; 0 records until Enter")->capture_default_str();
   recordCommand->add_option("--output", recording.output, "binary dump of the capture")->capture_default_str();
   std::string writeOptions, showOptions;

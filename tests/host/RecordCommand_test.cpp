@@ -1,0 +1,141 @@
+// vestrel-host record, run as a user runs it: a separate process that opens
+// COM7 while this test plays the probe's end of the line.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "SerialLine.h"
+#include "TestSupport.h"
+
+using namespace vestrel_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string hostCommand() { return onWindows() ? "vestrel-host.exe" : "./vestrel-host"; }
+
+// Bytes with no zero among them, so the dump's zero padding is unambiguous.
+std::string traceBytes(std::size_t size) {
+  std::mt19937 random(2026);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(1 + random() % 255);
+  return bytes;
+}
+
+struct Recording {
+  int exitCode = -1;
+  std::string sent;     // everything this side managed to put on the line
+  std::string dump;     // the command's output file
+  std::string printed;  // its standard output and error
+};
+
+// Runs the command while feeding the line at about 50 KB/s (half of what
+// 1 Mbaud carries) until it exits. Bytes the line refuses are offered again.
+Recording runRecord(const std::string& arguments, const std::string& name) {
+  Recording result;
+  std::error_code ignored;
+  fs::remove(name + ".bin", ignored);
+  fs::remove(name + ".out", ignored);
+  vestrel::simulator::SerialLine line(7);
+  if (!line.ready()) {
+    ADD_FAILURE() << line.why();
+    return result;
+  }
+  std::atomic<bool> finished{false};
+  std::thread command([&] {
+    result.exitCode = std::system(
+        (hostCommand() + " record " + arguments + " --output " + name + ".bin > " + name + ".out 2>&1").c_str());
+    finished = true;
+  });
+  const std::string source = traceBytes(4 << 20);
+  std::size_t offered = 0;
+  while (!finished && offered < source.size()) {
+    const std::size_t chunk = std::min<std::size_t>(512, source.size() - offered);
+    offered += line.write(source.data() + offered, chunk);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  command.join();
+  result.sent = source.substr(0, offered);
+  result.dump = fileExists(name + ".bin") ? readFile(name + ".bin") : "";
+  result.printed = readFile(name + ".out");
+  return result;
+}
+
+// The capture, without the zero padding of its last 8-byte sample.
+std::string withoutPadding(std::string dump) {
+  std::size_t zeros = 0;
+  while (!dump.empty() && dump.back() == '\0' && zeros < 7) {
+    dump.pop_back();
+    ++zeros;
+  }
+  return dump;
+}
+
+// The bytes sent before the receiver opened the port are purged, and those
+// sent after it stopped are not recorded; in between, every byte is kept.
+void expectOneUnbrokenRunOfWhatWasSent(const Recording& run) {
+  ASSERT_EQ(run.dump.size() % 8, 0u);
+  const std::string capture = withoutPadding(run.dump);
+  ASSERT_GE(capture.size(), 20000u) << "less than 0.4 s of the line was recorded";
+  const std::size_t start = run.sent.find(capture.substr(0, 64));
+  ASSERT_NE(start, std::string::npos) << "the capture does not begin with bytes that were sent";
+  EXPECT_EQ(run.sent.compare(start, capture.size(), capture), 0) << "bytes were lost or changed inside the capture";
+}
+
+std::string printedLine(const std::string& printed, const std::string& prefix) {
+  std::string text = printed;
+  std::erase(text, '\r');
+  const std::size_t at = text.find(prefix);
+  if (at == std::string::npos) return "";
+  return text.substr(at, text.find('\n', at) - at);
+}
+
+}  // namespace
+
+TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
+  const Recording run = runRecord("--port 7 --clock 6000000 --prescaler 5 --seconds 2", "record-manual");
+  EXPECT_EQ(run.exitCode, 0) << run.printed;
+  expectOneUnbrokenRunOfWhatWasSent(run);
+  EXPECT_EQ(printedLine(run.printed, "recording:"), "recording: Recording");
+  EXPECT_EQ(printedLine(run.printed, "stopped:"),
+            "stopped: Stopped by user, " + std::to_string(run.dump.size() / 8) + " samples");
+  EXPECT_EQ(printedLine(run.printed, "saved"), "saved record-manual.bin");
+  // Not a terminal: no live counter.
+  EXPECT_EQ(run.printed.find(" bytes/s"), std::string::npos);
+}
+
+TEST(RecordCommand, StartsFromAnOptionsFileAndCalibratesTheAutoPrescaler) {
+  {
+    std::ofstream options("record-options.xml");
+    options << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CHANNEL-SETUP>\n<VERSION version=\"1.1.0.0\"/>\n"
+               "<RCVRNAME>SWO Trace</RCVRNAME>\n<RCVRFWVER>V 1.0.0.9</RCVRFWVER>\n<ENCTYPE>UART</ENCTYPE>\n"
+               "<PRESCALAR>Manual</PRESCALAR>\n<PRESCALARVAL>11</PRESCALARVAL>\n<CLKFREQ>Manual</CLKFREQ>\n"
+               "<CLKFREQVAL>12000000</CLKFREQVAL>\n<COMPORT>7</COMPORT>\n<TSPRESCALAR>4</TSPRESCALAR>\n"
+               "</CHANNEL-SETUP>\n";
+  }
+  const Recording run = runRecord("--options record-options.xml --prescaler auto --seconds 2", "record-options");
+  EXPECT_EQ(run.exitCode, 0) << run.printed;
+  expectOneUnbrokenRunOfWhatWasSent(run);
+  // What the receiver recorded with: the file's port and clock, the command
+  // line's prescaler mode.
+  const std::string used = readFile("vestrel-record" + sep() + "options.xml");
+  EXPECT_NE(used.find("<PRESCALAR>Auto</PRESCALAR>"), std::string::npos) << used;
+  EXPECT_NE(used.find("<CLKFREQVAL>12000000</CLKFREQVAL>"), std::string::npos) << used;
+  EXPECT_NE(used.find("<COMPORT>7</COMPORT>"), std::string::npos) << used;
+}
+
+TEST(RecordCommand, RefusesToStartWithoutATraceClock) {
+  const std::string out = "record-noclock.out";
+  const int status = std::system((hostCommand() + " record --port 7 --seconds 1 > " + out + " 2>&1").c_str());
+  EXPECT_NE(status, 0);
+  std::string printed = readFile(out);
+  std::erase(printed, '\r');
+  EXPECT_EQ(printed, "vestrel-host: give the trace clock with --clock\n");
+}
