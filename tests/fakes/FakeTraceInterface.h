@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,7 @@ class FakeTraceInterface final : public Kv::Orv::Trace::CCpuTraceInterface {
   std::vector<std::string> calls;
   std::map<int, std::int32_t> results;  // slot -> result (0 when absent)
   std::uint32_t exportStatus = 0;       // what slot 34 reports
+  std::set<int> throwing;               // slots that throw, as a host may
 
   std::int32_t ReleaseTrace(std::uint32_t cpu) override { return record(2, "ReleaseTrace", cpu); }
   std::int32_t ProgramTpiu(std::uint32_t cpu) override { return record(3, "ProgramTpiu", cpu); }
@@ -42,6 +45,7 @@ class FakeTraceInterface final : public Kv::Orv::Trace::CCpuTraceInterface {
  private:
   std::int32_t record(int slot, const char* name, std::uint32_t cpu, const std::string& argument = {}) {
     calls.push_back(std::string(name) + "(" + std::to_string(cpu) + (argument.empty() ? "" : ", " + argument) + ")");
+    if (throwing.count(slot) != 0) throw std::runtime_error(std::string("host: ") + name + " failed");
     auto result = results.find(slot);
     return result != results.end() ? result->second : 0;
   }
