@@ -1,12 +1,14 @@
 // The collector against real operating-system faults: a capture file on a
-// small file system that fills up while a serial port keeps delivering.
-// Run through scripts/with-small-filesystem, which names that file system.
+// small file system that fills up while a serial port keeps delivering
+// (run through scripts/with-small-filesystem), and a serial port that
+// vanishes under the reader (run through scripts/with-vanishing-port).
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
@@ -15,6 +17,7 @@
 #include "TestLog.h"
 #include "TestSupport.h"
 #include "UARTDataCollector.h"
+#include "uFile.h"
 #include "uThread.h"
 
 using namespace Kv::Orv::Trace::Vestrel;
@@ -42,6 +45,23 @@ std::string nativePath(std::string path) {
     if (c == '/') c = '\\';
   }
   return "Z:" + path;
+}
+
+bool waitFor(const std::function<bool()>& condition, int seconds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    KV_ORV::sleepMs(5);
+  }
+  return true;
+}
+
+std::int64_t fileLength(const std::string& path) {
+  KV_ORV::uFile file;
+  if (!file.open(path.c_str(), "rb")) return -1;
+  const std::int64_t length = file.length();
+  file.close();
+  return length;
 }
 
 }  // namespace
@@ -81,4 +101,50 @@ TEST(CaptureFaults, AFullFileSystemEndsTheCaptureWithEveryByteThatFitKept) {
   // ENOSPC natively, ERROR_DISK_FULL under Windows.
   EXPECT_TRUE(log.contains(std::string("Vestrel_UARTCollector: Writing to binary file failed with error code ") +
                            (onWindows() ? "112" : "28")));
+}
+
+// COM9 is unplugged while the collector reads it: the capture ends by itself
+// and keeps every byte that arrived before; the clean-up copes with a port
+// that is gone.
+TEST(CaptureFaults, APortThatVanishesUnderTheReaderEndsTheCaptureWithEveryByteBeforeKept) {
+  const char* unplug = std::getenv("VESTREL_UNPLUG");
+  ASSERT_NE(unplug, nullptr) << "VESTREL_UNPLUG is not set: run through scripts/with-vanishing-port";
+  const std::string lineDirectory = std::string(unplug).substr(0, std::string(unplug).rfind('/'));
+  TestLog log{"1", TestLog::StartupNamed{}};
+  ScratchDirectory dir;
+  const std::string path = dir.file("swotrace_core.bin");
+  std::uint32_t prescaler = 0;
+  auto collector = std::make_unique<UARTDataCollector>(9, 2000000.0, false, prescaler, path, false);
+  KV_ORV::uThread thread(collector.get(), 0, 0);
+  ASSERT_TRUE(thread.start());
+
+  KV_ORV::uFile farEnd;
+  ASSERT_TRUE(farEnd.open(onWindows() ? "\\\\.\\COM10" : (lineDirectory + "/COM10").c_str(), "wb"));
+  const std::string data = randomBytes(64 * 1024, 5);
+  ASSERT_EQ(farEnd.write(data.data(), data.size()), data.size());
+  farEnd.flush();
+  ASSERT_TRUE(waitFor([&] { return fileLength(path) == static_cast<std::int64_t>(data.size()); }, 30))
+      << "only " << fileLength(path) << " bytes arrived";
+
+  KV_ORV::uFile request;
+  ASSERT_TRUE(request.open(nativePath(unplug).c_str(), "wb"));
+  request.close();
+  ASSERT_TRUE(waitFor([&] { return fileExists(nativePath(lineDirectory + "/unplugged")); }, 10));
+  const bool gaveUp = waitFor([&] { return collector->isFinished(); }, onWindows() ? 2 : 10);
+  collector->stop();
+  while (!collector->isFinished()) KV_ORV::yield();
+  collector.reset();
+  farEnd.close();
+  EXPECT_TRUE(readFile(path) == data) << "the bytes before the unplug are not all there";
+  const auto failures = log.linesStartingWith("Vestrel_UARTCollector: Reading COM port failed with error code ");
+  if (onWindows()) {
+    // Wine keeps answering reads of a vanished pseudo-terminal with no
+    // bytes and no error, so there the capture only stops growing; the stop
+    // and the clean-up must still complete, which they did above.
+    EXPECT_FALSE(gaveUp) << "Wine now reports the vanished port: expect the native behaviour here too";
+    EXPECT_TRUE(failures.empty());
+  } else {
+    EXPECT_TRUE(gaveUp) << "the capture went on reading a port that is gone";
+    EXPECT_EQ(failures, std::vector<std::string>{"Vestrel_UARTCollector: Reading COM port failed with error code 5"});
+  }
 }
