@@ -5,7 +5,12 @@
 //   paced: the feeder paced at rising rates through a 4 KiB buffer whose
 //     overflow is dropped and counted (a UART overrun), and the highest rate
 //     with zero drops.
-// Usage: capture_bench [throughput [megabytes] | paced [seconds-per-rate]]
+//   soak: a long capture (10 minutes by default) with the feeder paced at a
+//     steady rate (10 MB/s by default) through the pseudo-terminal, waiting
+//     rather than dropping when it is full; the capture file, gigabytes
+//     long, is then compared in streaming with the stream the feeder made.
+// Usage: capture_bench [throughput [megabytes] | paced [seconds-per-rate] |
+//                       soak [minutes [MB/s]]]
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -175,6 +180,79 @@ PacedRun paced(const std::string& dir, double megabytesPerSecond, double seconds
   return run;
 }
 
+// The soak's byte stream: byte i is a function of i alone, so a capture of
+// any length can be checked without keeping what was sent.
+void soakBytes(std::uint64_t first, char* out, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    std::uint64_t x = (first + i) / 8 + 0x9E3779B97F4A7C15ull;
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
+    x ^= x >> 31;
+    out[i] = static_cast<char>(x >> (8 * ((first + i) % 8)));
+  }
+}
+
+int soak(const std::string& dir, double minutes, double megabytesPerSecond) {
+  vestrel_bench::PseudoTerminal pty(kPort, dir);
+  const std::string capture = dir + "/swotrace_soak.bin";
+  std::uint32_t prescaler = 0;
+  auto collector = std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false);
+  KV_ORV::uThread thread(collector.get(), 0, 0);
+  thread.start();
+
+  const double seconds = minutes * 60;
+  const auto total = static_cast<std::uint64_t>(seconds * megabytesPerSecond * 1e6);
+  std::printf("soak: %.1f minutes at %.1f MB/s (%.2f GB) through a pseudo-terminal\n", minutes, megabytesPerSecond,
+              static_cast<double>(total) / 1e9);
+  std::vector<char> chunk(1 << 16);
+  std::uint64_t sent = 0;
+  double worstBehindMs = 0;  // how far the feeder fell behind its schedule
+  const auto start = Clock::now();
+  auto nextReport = start + std::chrono::seconds(60);
+  while (sent < total) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    const auto due = std::min<std::uint64_t>(total, static_cast<std::uint64_t>(elapsed * megabytesPerSecond * 1e6));
+    while (sent < due) {
+      const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(chunk.size(), due - sent));
+      soakBytes(sent, chunk.data(), n);
+      pty.writeAll(chunk.data(), n);
+      sent += n;
+    }
+    const double scheduleMs = static_cast<double>(sent) / (megabytesPerSecond * 1e6) * 1e3;
+    worstBehindMs =
+        std::max(worstBehindMs, std::chrono::duration<double, std::milli>(Clock::now() - start).count() - scheduleMs);
+    if (Clock::now() >= nextReport) {
+      std::printf("  %5.1f min: %llu bytes sent, %lld in the capture file\n", elapsed / 60,
+                  static_cast<unsigned long long>(sent), static_cast<long long>(lengthOf(capture)));
+      std::fflush(stdout);
+      nextReport += std::chrono::seconds(60);
+    }
+  }
+  const double feedSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+  while (lengthOf(capture) < static_cast<std::int64_t>(total))
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  collector->stop();
+  while (!collector->isFinished()) KV_ORV::yield();
+  collector.reset();
+
+  // Streaming comparison.
+  KV_ORV::uFile file;
+  bool exact = file.open(capture.c_str(), "rb") && file.length() == static_cast<std::int64_t>(total);
+  std::vector<char> expected(1 << 20), actual(1 << 20);
+  for (std::uint64_t at = 0; exact && at < total; at += expected.size()) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(expected.size(), total - at));
+    soakBytes(at, expected.data(), n);
+    exact = file.read(actual.data(), n) == n && std::memcmp(actual.data(), expected.data(), n) == 0;
+  }
+  file.close();
+  std::printf("  fed %.2f GB in %.1f s (%.2f MB/s); feeder at most %.1f ms behind schedule\n",
+              static_cast<double>(total) / 1e9, feedSeconds, static_cast<double>(total) / 1e6 / feedSeconds,
+              worstBehindMs);
+  std::printf("  byte-exact: %s\n", exact ? "yes" : "NO");
+  return exact ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -193,6 +271,8 @@ int main(int argc, char** argv) {
     std::printf("  %-38s %10.2f\n", "ratio collector / baseline", run.megabytesPerSecond / base);
     std::printf("  %-38s %10s\n", "byte-exact", run.exact ? "yes" : "NO");
     status = run.exact ? 0 : 1;
+  } else if (mode == "soak") {
+    status = soak(dir, argc > 2 ? std::stod(argv[2]) : 10.0, argc > 3 ? std::stod(argv[3]) : 10.0);
   } else if (mode == "paced") {
     const double seconds = argc > 2 ? std::stod(argv[2]) : 1.0;
     double best = 0;
@@ -218,7 +298,8 @@ int main(int argc, char** argv) {
     std::printf("  highest rate with no loss while the reader was behind: %.0f MB/s\n", bestReader);
     std::printf("  highest rate with zero drops of any cause: %.0f MB/s\n", best);
   } else {
-    std::fprintf(stderr, "usage: capture_bench [throughput [megabytes] | paced [seconds-per-rate]]\n");
+    std::fprintf(stderr,
+                 "usage: capture_bench [throughput [megabytes] | paced [seconds-per-rate] | soak [minutes [MB/s]]]\n");
     status = 2;
   }
   std::filesystem::remove_all(dir);
