@@ -8,6 +8,7 @@
 #include <asm/termbits.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -200,9 +201,22 @@ class PosixSerialApi final : public SerialApi {
   bool read(PortHandle handle, void* buffer, std::uint32_t size, std::uint32_t& bytesRead) override {
     bytesRead = 0;
     for (;;) {
-      const ssize_t got = ::read(asPort(handle)->fd, buffer, size);
-      if (got >= 0) {
+      const int fd = asPort(handle)->fd;
+      const ssize_t got = ::read(fd, buffer, size);
+      if (got > 0) {
         bytesRead = static_cast<std::uint32_t>(got);
+        return true;
+      }
+      if (got == 0) {
+        // With VMIN and VTIME 0 an empty read means nothing is queued, or
+        // that the line hung up (the USB device or the pseudo-terminal's
+        // master is gone), which poll tells apart. A vanished port fails
+        // the read, as ReadFile does on Windows.
+        pollfd line{fd, POLLIN, 0};
+        if (poll(&line, 1, 0) > 0 && (line.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
+          errno = EIO;
+          return failed();
+        }
         return true;
       }
       if (errno == EINTR) continue;
