@@ -75,7 +75,7 @@ std::uint32_t ChannelDriver::SeekReadTraceData(std::uint32_t startSample, std::u
     KV_LOG(1, kLogError, "%s: seek read file failed to open internal data file", kTag);
     return 0;
   }
-  if (std::fseek(file.get(), static_cast<long>(static_cast<std::uint64_t>(startSample) * kSampleSize), SEEK_SET) != 0) {
+  if (!KV_ORV::native::seekStream(file.get(), static_cast<std::uint64_t>(startSample) * kSampleSize)) {
     KV_LOG(1, kLogError, "%s: seek read file failed to seek to start of data", kTag);
     return 0;
   }
@@ -105,6 +105,8 @@ void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
   if (format == kBinaryFormat) {
     binary.reset(KV_ORV::native::openSharedStream(fileName.c_str(), "wb"));
     if (!binary) Hexkit::throwHexkitError("Could not open file");
+    // Chunks are large already; unbuffered, what fwrite counts is on disk.
+    std::setvbuf(binary.get(), nullptr, _IONBF, 0);
   } else {
     writeSectionHeader(fileName.c_str(), "BinTraceData", 1, sectionOffset);
   }
@@ -119,7 +121,14 @@ void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
     // ends with what it has.
     if (n == 0) break;
     if (binary) {
-      std::fwrite(chunk.data(), kSampleSize, n, binary.get());
+      // The host is told only of a file it cannot open; a dump cut short
+      // (a full disk) is at least in the log, with how far it got.
+      const std::size_t written = std::fwrite(chunk.data(), kSampleSize, n, binary.get());
+      if (written != n) {
+        KV_LOG(1, kLogError, "%s: binary export wrote %u of %u samples to %s", kTag,
+               static_cast<unsigned>(position + written), static_cast<unsigned>(total), fileName.c_str());
+        break;
+      }
     } else {
       std::uint32_t sectionLength = 0;
       writeSectionData(fileName.c_str(), "BinTraceData", sectionOffset, chunk.data(), kSampleSize, n, sectionLength);

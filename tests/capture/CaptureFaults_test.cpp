@@ -8,11 +8,15 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <string>
 #include <thread>
 
+#include "ChannelDriver.h"
+#include "FakeTraceInterface.h"
 #include "PortFeeder.h"
 #include "TestLog.h"
 #include "TestSupport.h"
@@ -147,4 +151,35 @@ TEST(CaptureFaults, APortThatVanishesUnderTheReaderEndsTheCaptureWithEveryByteBe
     EXPECT_TRUE(gaveUp) << "the capture went on reading a port that is gone";
     EXPECT_EQ(failures, std::vector<std::string>{"Vestrel_UARTCollector: Reading COM port failed with error code 5"});
   }
+}
+
+// The host is told only of a dump it cannot open; a dump cut short by a full
+// disk keeps every sample that fit and says in the log how far it got.
+TEST(CaptureFaults, ABinaryExportToAFullFileSystemKeepsWhatFitAndSaysHowFarItGot) {
+  const char* small = std::getenv("VESTREL_SMALL_FS");
+  ASSERT_NE(small, nullptr) << "VESTREL_SMALL_FS is not set: run through scripts/with-small-filesystem";
+  TestLog log{"1", TestLog::StartupNamed{}};
+  FakeTraceInterface trace;
+  alignas(8) static char ownerStandIn[8];
+  ChannelDriver driver(reinterpret_cast<Kv::Orv::Trace::CReceiver*>(ownerStandIn), "Probe1/CortexM4", &trace, 7, 0);
+  const std::string data = randomBytes(1 << 20, 6);
+  std::filesystem::create_directories(std::filesystem::path(driver.captureFilePath()).parent_path());
+  std::ofstream(driver.captureFilePath(), std::ios::binary) << data;
+
+  const std::string dump = nativePath(std::string(small) + "/dump.bin");
+  EXPECT_NO_THROW(driver.SaveToFile(dump, 2));
+  const std::string written = readFile(dump);
+  EXPECT_GT(written.size(), kFileSystemSize / 2);
+  EXPECT_LT(written.size(), data.size());
+  EXPECT_TRUE(written == data.substr(0, written.size())) << "the samples that fit are not the capture's";
+  const auto lines = log.linesStartingWith("Vestrel_ChannelDriver: binary export wrote ");
+  ASSERT_EQ(lines.size(), 1u);
+  unsigned samples = 0, total = 0;
+  ASSERT_EQ(
+      std::sscanf(lines[0].c_str(), "Vestrel_ChannelDriver: binary export wrote %u of %u samples", &samples, &total), 2)
+      << lines[0];
+  EXPECT_EQ(total, 131072u);
+  EXPECT_LE(samples * 8ull, written.size());
+  EXPECT_EQ(lines[0],
+            "Vestrel_ChannelDriver: binary export wrote " + std::to_string(samples) + " of 131072 samples to " + dump);
 }

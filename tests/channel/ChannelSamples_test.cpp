@@ -164,3 +164,20 @@ TEST_F(ChannelSamplesTest, SamplesCanBeReadWhileAnotherWriterAppends) {
   more.flush();
   EXPECT_EQ(driver->GetNumSamples(), 3u);
 }
+
+// Captures grow past 2 GiB at SWO rates within minutes; a sample there is read
+// from its own place on every platform (a sparse file keeps the test small).
+TEST_F(ChannelSamplesTest, ASampleBeyondFourGigabytesIsReadFromItsOwnPlace) {
+  const std::uint64_t offset = (std::uint64_t{5} << 30) + 8;
+  capture("");
+  std::filesystem::resize_file(driver->captureFilePath(), offset);
+  std::ofstream(driver->captureFilePath(), std::ios::binary | std::ios::app) << "far away";
+  ASSERT_EQ(std::filesystem::file_size(driver->captureFilePath()), offset + 8);
+  EXPECT_EQ(driver->GetNumSamples(), offset / 8 + 1);
+  std::uint64_t buffer[2] = {1, 1};
+  std::uint32_t numRead = 0;
+  EXPECT_EQ(driver->SeekReadTraceData(static_cast<std::uint32_t>(offset / 8 - 1), 2, buffer, &numRead), 2u);
+  EXPECT_EQ(numRead, 2u);
+  EXPECT_EQ(buffer[0], 0u);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&buffer[1]), 8), "far away");
+}

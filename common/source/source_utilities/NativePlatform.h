@@ -45,6 +45,9 @@ void sleepMilliseconds(std::uint32_t milliseconds);
 std::FILE* openSharedStream(const char* path, const char* mode);
 // Length of the file behind an open stream, -1 when it cannot be read.
 std::int64_t streamLength(std::FILE* stream);
+// Moves an open stream to a byte offset from the start, with 64-bit offsets
+// on every platform (std::fseek takes a long, 32 bits on Windows).
+bool seekStream(std::FILE* stream, std::uint64_t offset);
 
 // --- Naming conventions ------------------------------------------------------------
 char pathSeparator();

@@ -1,3 +1,4 @@
+#include <stdio.h>
 #include <sys/stat.h>
 
 #include "../NativePlatform.h"
@@ -12,6 +13,10 @@ std::int64_t streamLength(std::FILE* stream) {
   struct stat status;
   if (fstat(fileno(stream), &status) != 0) return -1;
   return static_cast<std::int64_t>(status.st_size);
+}
+
+bool seekStream(std::FILE* stream, std::uint64_t offset) {
+  return offset <= static_cast<std::uint64_t>(INT64_MAX) && fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
 }
 
 // USERPROFILE wins when set (a Windows-style set-up); HOME is the native one.
