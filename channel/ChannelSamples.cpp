@@ -26,6 +26,7 @@ namespace {
 constexpr std::uint32_t kSampleSize = 8;
 constexpr std::uint32_t kExportChunk = 8192;  // samples per read and write
 constexpr std::uint32_t kBinaryFormat = 2;
+constexpr std::uint32_t kMaxSamples = 0xFFFFFFFF;
 
 // A partial last sample counts as a sample.
 std::uint32_t sampleCount(const std::string& path) {
@@ -34,7 +35,10 @@ std::uint32_t sampleCount(const std::string& path) {
   const std::int64_t length = file.length();
   file.close();
   if (length <= 0) return 0;
-  return static_cast<std::uint32_t>((static_cast<std::uint64_t>(length) + 7) / 8);
+  // The host counts samples in 32 bits: past 32 GiB the count stays at the
+  // largest it can hold rather than wrapping round to a small one.
+  const std::uint64_t samples = (static_cast<std::uint64_t>(length) + 7) / 8;
+  return samples > kMaxSamples ? kMaxSamples : static_cast<std::uint32_t>(samples);
 }
 
 struct StreamCloser {

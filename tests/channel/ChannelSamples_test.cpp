@@ -181,3 +181,13 @@ TEST_F(ChannelSamplesTest, ASampleBeyondFourGigabytesIsReadFromItsOwnPlace) {
   EXPECT_EQ(buffer[0], 0u);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(&buffer[1]), 8), "far away");
 }
+
+TEST_F(ChannelSamplesTest, PastThirtyTwoGigabytesTheCountStaysAtTheLargestTheHostCanHold) {
+  capture("");
+  std::filesystem::resize_file(driver->captureFilePath(), (std::uint64_t{33} << 30) + 5);
+  EXPECT_EQ(driver->GetNumSamples(), 0xFFFFFFFFu);
+  std::uint64_t buffer[1] = {1};
+  std::uint32_t numRead = 0;
+  EXPECT_EQ(driver->SeekReadTraceData(0xFFFFFFFEu, 1, buffer, &numRead), 1u);
+  EXPECT_EQ(buffer[0], 0u);
+}
