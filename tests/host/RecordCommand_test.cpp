@@ -100,7 +100,7 @@ std::string printedLine(const std::string& printed, const std::string& prefix) {
 }  // namespace
 
 TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
-  const Recording run = runRecord("--port 7 --clock 6000000 --prescaler 5 --seconds 2", "record-manual");
+  const Recording run = runRecord("--port COM7 --clock 6000000 --prescaler 5 --seconds 2", "record-manual");
   EXPECT_EQ(run.exitCode, 0) << run.printed;
   expectOneUnbrokenRunOfWhatWasSent(run);
   EXPECT_EQ(printedLine(run.printed, "recording:"), "recording: Recording");
@@ -109,6 +109,10 @@ TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
   EXPECT_EQ(printedLine(run.printed, "saved"), "saved record-manual.bin");
   // Not a terminal: no live counter.
   EXPECT_EQ(run.printed.find(" bytes/s"), std::string::npos);
+  const std::string used = readFile("vestrel-record" + sep() + "options.xml");
+  EXPECT_NE(used.find("<COMPORT>7</COMPORT>"), std::string::npos) << used;
+  EXPECT_NE(used.find("<PRESCALARVAL>5</PRESCALARVAL>"), std::string::npos) << used;
+  EXPECT_NE(used.find("<RCVRFWVER>V 1.0.0.5</RCVRFWVER>"), std::string::npos) << used;
 }
 
 TEST(RecordCommand, StartsFromAnOptionsFileAndCalibratesTheAutoPrescaler) {

@@ -269,14 +269,21 @@ std::string prepareRecordOptions(const RecordSettings& settings, const fs::path&
   opt::OptionSet set;
   handler.load(set, settings.optionsFile.empty() ? "" : fs::absolute(settings.optionsFile).string(), 2);
   if (!settings.port.empty()) {
-    if (settings.port.find_first_not_of("0123456789") == std::string::npos) {
-      setOption(set, opt::kOptionComPort, settings.port);
+    // "7" and "COM7" name the port by number; anything else is a device path.
+    std::string number = settings.port;
+    if (number.size() > 3 && (number.compare(0, 3, "COM") == 0 || number.compare(0, 3, "com") == 0)) {
+      number.erase(0, 3);
+    }
+    if (!number.empty() && number.find_first_not_of("0123456789") == std::string::npos) {
+      setOption(set, opt::kOptionComPort, number);
     } else {
-      // A device path (Linux): named as COM7 for the receiver.
-      fs::create_directories(dir / "ports");
-      std::error_code ignored;
-      fs::remove(dir / "ports" / "COM7", ignored);
-      fs::create_symlink(settings.port, dir / "ports" / "COM7");
+      // A device path (Linux): named as COM7 for the receiver through a link.
+      std::error_code failed;
+      fs::create_directories(dir / "ports", failed);
+      fs::remove(dir / "ports" / "COM7", failed);
+      fs::create_symlink(settings.port, dir / "ports" / "COM7", failed);
+      if (failed)
+        return "cannot use " + settings.port + " as the probe's port (give its COM number): " + failed.message();
       KV_ORV::SetEnv("VESTREL_COM_DIR", (dir / "ports").string().c_str());
       setOption(set, opt::kOptionComPort, "7");
     }
@@ -550,7 +557,7 @@ int main(int argc, char** argv) {
   RecordSettings recording;
   auto* recordCommand =
       app.add_subcommand("record", "capture from a probe's serial port (TPIU set up by your debugger)");
-  recordCommand->add_option("--port", recording.port, "COM port number, or (Linux) a device path");
+  recordCommand->add_option("--port", recording.port, "COM port (7 or COM7), or (Linux) a device path");
   recordCommand->add_option("--clock", recording.clockHz, "trace clock in Hz");
   recordCommand->add_option("--prescaler", recording.prescaler, "TPIU prescaler, or auto");
   recordCommand->add_option("--options", recording.optionsFile, "options file to start from")->check(CLI::ExistingFile);
