@@ -7,11 +7,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <random>
 #include <string>
 #include <thread>
 
@@ -32,16 +30,6 @@ namespace {
 constexpr int kPort = 7;
 constexpr std::size_t kFileSystemSize = 256 * 1024;
 
-std::string randomBytes(std::size_t size, unsigned seed) {
-  std::mt19937_64 generator(seed);
-  std::string data(size, '\0');
-  for (std::size_t i = 0; i < size; i += 8) {
-    const std::uint64_t word = generator();
-    std::memcpy(&data[i], &word, std::min<std::size_t>(8, size - i));
-  }
-  return data;
-}
-
 // Wine sees the Linux file system as drive Z:.
 std::string nativePath(std::string path) {
   if (!onWindows()) return path;
@@ -58,14 +46,6 @@ bool waitFor(const std::function<bool()>& condition, int seconds) {
     KV_ORV::sleepMs(5);
   }
   return true;
-}
-
-std::int64_t fileLength(const std::string& path) {
-  KV_ORV::uFile file;
-  if (!file.open(path.c_str(), "rb")) return -1;
-  const std::int64_t length = file.length();
-  file.close();
-  return length;
 }
 
 }  // namespace

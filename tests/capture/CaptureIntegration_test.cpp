@@ -4,8 +4,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
-#include <random>
 #include <string>
 #include <thread>
 
@@ -16,28 +14,12 @@
 #include "uThread.h"
 
 using namespace Kv::Orv::Trace::Vestrel;
+using vestrel_test::fileLength;
+using vestrel_test::randomBytes;
 
 namespace {
 
 constexpr int kPort = 7;
-
-std::string randomBytes(std::size_t size, unsigned seed) {
-  std::mt19937_64 generator(seed);
-  std::string data(size, '\0');
-  for (std::size_t i = 0; i < size; i += 8) {
-    const std::uint64_t word = generator();
-    std::memcpy(&data[i], &word, std::min<std::size_t>(8, size - i));
-  }
-  return data;
-}
-
-std::int64_t fileLength(const std::string& path) {
-  KV_ORV::uFile file;
-  if (!file.open(path.c_str(), "rb")) return -1;
-  const std::int64_t length = file.length();
-  file.close();
-  return length;
-}
 
 class CaptureIntegrationTest : public ::testing::Test {
  protected:

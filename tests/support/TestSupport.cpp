@@ -1,11 +1,15 @@
 #include "TestSupport.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #include "NativePlatform.h"
 #include "OsServices.h"
+#include "uFile.h"
 
 namespace vestrel_test {
 
@@ -49,6 +53,24 @@ std::string readFile(const std::string& path) {
 }
 
 bool fileExists(const std::string& path) { return std::filesystem::exists(path); }
+
+std::int64_t fileLength(const std::string& path) {
+  KV_ORV::uFile file;
+  if (!file.open(path.c_str(), "rb")) return -1;
+  const std::int64_t length = file.length();
+  file.close();
+  return length;
+}
+
+std::string randomBytes(std::size_t size, unsigned seed) {
+  std::mt19937_64 generator(seed);
+  std::string data(size, '\0');
+  for (std::size_t i = 0; i < size; i += 8) {
+    const std::uint64_t word = generator();
+    std::memcpy(&data[i], &word, std::min<std::size_t>(8, size - i));
+  }
+  return data;
+}
 
 std::vector<std::string> splitLines(const std::string& text, const std::string& newline) {
   std::vector<std::string> lines;

@@ -4,6 +4,7 @@
 // platform.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -47,6 +48,11 @@ class ScopedEnv {
 
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
+// Length of a file, which another handle may be writing; -1 when it cannot
+// be opened.
+std::int64_t fileLength(const std::string& path);
+// size bytes of a fixed pseudo-random sequence chosen by seed.
+std::string randomBytes(std::size_t size, unsigned seed);
 std::vector<std::string> splitLines(const std::string& text, const std::string& newline);
 
 }  // namespace vestrel_test
