@@ -97,25 +97,44 @@ double baseline(const std::string& dir, const std::string& data) {
   return megabytesPerSecond(data.size(), elapsed);
 }
 
+// A collector capturing COM<kPort>, a pseudo-terminal the benchmark feeds,
+// into a file of the given name, on a thread of its own from construction.
+struct CaptureSession {
+  CaptureSession(const std::string& dir, const std::string& fileName)
+      : pty(kPort, dir),
+        capture(dir + "/" + fileName),
+        collector(std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false)),
+        thread(collector.get(), 0, 0) {
+    thread.start();
+  }
+  // Stops the capture as the channel driver does and closes the port.
+  void stop() {
+    collector->stop();
+    while (!collector->isFinished()) KV_ORV::yield();
+    collector.reset();
+  }
+
+  vestrel_bench::PseudoTerminal pty;
+  const std::string capture;
+  std::uint32_t prescaler = 0;
+  std::unique_ptr<UARTDataCollector> collector;
+  KV_ORV::uThread thread;
+};
+
 struct CollectorRun {
   double megabytesPerSecond = 0;
   bool exact = false;
 };
 
 CollectorRun collector(const std::string& dir, const std::string& data) {
-  vestrel_bench::PseudoTerminal pty(kPort, dir);
-  const std::string capture = dir + "/swotrace_bench.bin";
-  std::uint32_t prescaler = 0;
-  auto collector = std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false);
-  KV_ORV::uThread thread(collector.get(), 0, 0);
-  thread.start();
+  CaptureSession session(dir, "swotrace_bench.bin");
+  vestrel_bench::PseudoTerminal& pty = session.pty;
+  const std::string& capture = session.capture;
   const auto start = Clock::now();
   pty.writeAll(data.data(), data.size());
   while (lengthOf(capture) < static_cast<std::int64_t>(data.size())) std::this_thread::yield();
   const auto elapsed = Clock::now() - start;
-  collector->stop();
-  while (!collector->isFinished()) KV_ORV::yield();
-  collector.reset();
+  session.stop();
   return {megabytesPerSecond(data.size(), elapsed), readAll(capture) == data};
 }
 
@@ -133,12 +152,9 @@ struct PacedRun {
 // adds the bytes due since the last tick and moves what the pseudo-terminal
 // takes out of the FIFO.
 PacedRun paced(const std::string& dir, double megabytesPerSecond, double seconds) {
-  vestrel_bench::PseudoTerminal pty(kPort, dir);
-  const std::string capture = dir + "/swotrace_paced.bin";
-  std::uint32_t prescaler = 0;
-  auto collector = std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false);
-  KV_ORV::uThread thread(collector.get(), 0, 0);
-  thread.start();
+  CaptureSession session(dir, "swotrace_paced.bin");
+  vestrel_bench::PseudoTerminal& pty = session.pty;
+  const std::string& capture = session.capture;
 
   constexpr std::size_t kFifo = 4096;
   const auto tick = std::chrono::microseconds(100);
@@ -173,9 +189,7 @@ PacedRun paced(const std::string& dir, double megabytesPerSecond, double seconds
     next += tick;
   }
   while (lengthOf(capture) < static_cast<std::int64_t>(sent.size())) std::this_thread::yield();
-  collector->stop();
-  while (!collector->isFinished()) KV_ORV::yield();
-  collector.reset();
+  session.stop();
   run.exact = readAll(capture) == sent;
   return run;
 }
@@ -193,12 +207,9 @@ void soakBytes(std::uint64_t first, char* out, std::size_t count) {
 }
 
 int soak(const std::string& dir, double minutes, double megabytesPerSecond) {
-  vestrel_bench::PseudoTerminal pty(kPort, dir);
-  const std::string capture = dir + "/swotrace_soak.bin";
-  std::uint32_t prescaler = 0;
-  auto collector = std::make_unique<UARTDataCollector>(kPort, 2000000.0, false, prescaler, capture, false);
-  KV_ORV::uThread thread(collector.get(), 0, 0);
-  thread.start();
+  CaptureSession session(dir, "swotrace_soak.bin");
+  vestrel_bench::PseudoTerminal& pty = session.pty;
+  const std::string& capture = session.capture;
 
   const double seconds = minutes * 60;
   const auto total = static_cast<std::uint64_t>(seconds * megabytesPerSecond * 1e6);
@@ -232,9 +243,7 @@ int soak(const std::string& dir, double minutes, double megabytesPerSecond) {
   const double feedSeconds = std::chrono::duration<double>(Clock::now() - start).count();
   while (lengthOf(capture) < static_cast<std::int64_t>(total))
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  collector->stop();
-  while (!collector->isFinished()) KV_ORV::yield();
-  collector.reset();
+  session.stop();
 
   // Streaming comparison.
   KV_ORV::uFile file;
