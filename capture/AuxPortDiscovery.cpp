@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "CNumberText.h"
 #include "SerialDeviceSource.h"
 
 namespace Kv::Orv::Trace::Vestrel {
@@ -78,11 +79,8 @@ bool matchesProbePort(const std::wstring& friendlyName, std::uint32_t selector) 
 bool comNumberOf(const std::wstring& friendlyName, int& number) {
   const std::size_t at = friendlyName.find(L"COM");
   if (at == std::wstring::npos) return false;
-  // Leading digits only, as _wtoi reads them: "(COM12)" gives 12.
-  number = 0;
-  for (std::size_t i = at + 3; i < friendlyName.size() && friendlyName[i] >= L'0' && friendlyName[i] <= L'9'; ++i) {
-    number = number * 10 + (friendlyName[i] - L'0');
-  }
+  // As _wtoi reads it: "(COM12)" gives 12, "(COM 5)" 5.
+  number = KV_ORV::wtoi32(friendlyName.substr(at + 3));
   return true;
 }
 

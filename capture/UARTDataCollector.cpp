@@ -30,10 +30,12 @@ void startLogging() {
   }
 }
 
-// Rates are truncated toward zero, never rounded.
+// Rates are truncated toward zero, never rounded. The driver refuses rates
+// outside 1 .. 2^32 - 1 before a collector is made; should one reach here all
+// the same it becomes 0, which no port accepts.
 std::uint32_t rateFor(double traceClockHz, std::uint32_t prescaler) {
-  const std::uint32_t divisor = prescaler + 1;
-  return static_cast<std::uint32_t>(traceClockHz / static_cast<double>(divisor));
+  const double rate = traceClockHz / (static_cast<double>(prescaler) + 1.0);
+  return UARTDataCollector::rateFits(rate) ? static_cast<std::uint32_t>(rate) : 0;
 }
 
 // Byte for byte, with no code-page conversion.
@@ -156,7 +158,10 @@ void UARTDataCollector::calibrate(PortState& state, double traceClockHz, std::ui
     }
     // The last value the TPIU can take was refused too. The port stays open
     // here, unlike on every other calibration failure.
-    if (prescaler == kMaximumPrescaler) Hexkit::throwHexkitError(kCalibrationFailed);
+    // So is a rate that would fall below 1 baud.
+    if (prescaler == kMaximumPrescaler || !rateFits(traceClockHz / (static_cast<double>(prescaler) + 2.0))) {
+      Hexkit::throwHexkitError(kCalibrationFailed);
+    }
 
     ++prescaler;
     expected = traceClockHz / static_cast<double>(prescaler + 1);

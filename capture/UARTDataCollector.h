@@ -43,6 +43,8 @@ class UARTDataCollector : public KV_ORV::uRunnable {
 
   static constexpr const char* kTag = "Vestrel_UARTCollector";
   static constexpr std::uint32_t kMaximumPrescaler = 8191;  // the TPIU's 13-bit field
+  // A line rate a port can be given: at least 1 baud and below 2^32.
+  static bool rateFits(double rate) { return rate >= 1.0 && rate < 4294967296.0; }
   static constexpr std::uint32_t kReadSize = 100;
 
  private:

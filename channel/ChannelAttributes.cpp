@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "CNumberText.h"
 #include "ChannelDriver.h"
 #include "LogControl.h"
 #include "NativePlatform.h"
@@ -40,7 +41,7 @@ std::string streamed(T value) {
 }
 
 // The integer at the start of text, as the C library reads it.
-int leadingInteger(const std::string& text) { return std::atoi(text.c_str()); }
+int leadingInteger(const std::string& text) { return KV_ORV::atoi32(text.c_str()); }
 
 }  // namespace
 

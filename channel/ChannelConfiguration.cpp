@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "CNumberText.h"
 #include "ChannelDriver.h"
 #include "LogControl.h"
 #include "XmlOptions.h"
@@ -19,9 +20,7 @@ namespace {
 // The firmware that first carried SWO on Calder probes.
 constexpr std::uint32_t kFirstSwoFirmware = 0x01000005;
 
-std::uint32_t unsignedDecimal(const std::string& text) {
-  return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
-}
+std::uint32_t unsignedDecimal(const std::string& text) { return KV_ORV::strtoul32(text.c_str(), 10); }
 
 }  // namespace
 
@@ -39,10 +38,10 @@ std::uint32_t ChannelDriver::ParseFirmwareVersion(std::string text) {
   for (std::uint32_t& part : parts) {
     const std::size_t next = text.find('.');
     if (next == std::string::npos) return 0;
-    part = static_cast<std::uint32_t>(std::atoi(text.substr(0, next).c_str()));
+    part = static_cast<std::uint32_t>(KV_ORV::atoi32(text.substr(0, next).c_str()));
     text.erase(0, next + 1);
   }
-  const auto patch = static_cast<std::uint32_t>(std::atoi(text.c_str()));
+  const auto patch = static_cast<std::uint32_t>(KV_ORV::atoi32(text.c_str()));
   return parts[0] << 24 | parts[1] << 16 | parts[2] << 8 | patch;
 }
 

@@ -1,5 +1,6 @@
 #include "ChannelDriver.h"
 
+#include <exception>
 #include <new>
 
 #include "LogControl.h"
@@ -64,9 +65,22 @@ ChannelDriver::~ChannelDriver() {
   } catch (...) {
     // Destruction goes on whatever the target says.
   }
-  traceInterface_->TraceStop(cpuHandle_);
+  // A host slot that throws here must not end the host's process: each call
+  // is guarded on its own, its failure logged, and the teardown goes on.
+  guardedTeardownCall("TraceStop", [this] { traceInterface_->TraceStop(cpuHandle_); });
   stopCollector();
-  traceInterface_->ReleaseTrace(cpuHandle_);
+  guardedTeardownCall("ReleaseTrace", [this] { traceInterface_->ReleaseTrace(cpuHandle_); });
+}
+
+template <typename Call>
+void ChannelDriver::guardedTeardownCall(const char* what, Call call) noexcept {
+  try {
+    call();
+  } catch (const std::exception& error) {
+    KV_LOG(1, kLogError, "%s: %s failed while the driver was destroyed: %s", kTag, what, error.what());
+  } catch (...) {
+    KV_LOG(1, kLogError, "%s: %s failed while the driver was destroyed: %s", kTag, what, "unknown exception");
+  }
 }
 
 bool ChannelDriver::targetDisconnected() const {

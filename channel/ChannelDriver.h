@@ -119,6 +119,8 @@ class ChannelDriver : public CChannelDriver {
   void startCaptureSide();
   void programTpiu();
   void stopCollector();
+  template <typename Call>
+  void guardedTeardownCall(const char* what, Call call) noexcept;
   void resetItmChannels();
   void loadItmChannelSetup();
 

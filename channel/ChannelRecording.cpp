@@ -59,6 +59,11 @@ void ChannelDriver::startCaptureSide() {
     KV_LOG(1, kLogError, "%s: Requested Trace Clock Frequency is %lf", kTag, traceClockHz_);
   }
   if (!(traceClockHz_ > 0.0)) Hexkit::throwHexkitError("Invalid trace clock frequency");
+  // The line rate must fit the port's 32-bit rate; calibration starts at 0.
+  const double firstPrescaler = prescalerAuto_ ? 0.0 : static_cast<double>(prescaler_);
+  if (!UARTDataCollector::rateFits(traceClockHz_ / (firstPrescaler + 1.0))) {
+    Hexkit::throwHexkitError("Invalid trace clock frequency");
+  }
 
   if (deviceIdentifier_ != nullptr && deviceIdentifier_->matchDevice(kOswinIdentifier, kOswinMask)) {
     exceptionMapName_ = OswinDevice(cpuName_, deviceIdentifier_, targetAdapter_).getExceptionMapName();

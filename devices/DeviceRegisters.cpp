@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "CNumberText.h"
 #include "cHexkitError.h"
 
 namespace Kv::Orv::Trace::Vestrel {
@@ -28,7 +29,7 @@ DeviceRegisters::DeviceRegisters(const std::string& cpuName, Probe::CDeviceIdent
 
 std::uint32_t DeviceRegisters::address(const char* registerName) {
   const std::string text = module_->getRegisterAddress(registerName);
-  return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 16));
+  return KV_ORV::strtoul32(text.c_str(), 16);
 }
 
 std::uint32_t DeviceRegisters::read(std::uint32_t address) {

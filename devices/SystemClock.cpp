@@ -1,5 +1,7 @@
 #include "SystemClock.h"
 
+#include <cmath>
+
 #include "FerruleDevice.h"
 #include "LarkinDevice.h"
 #include "OswinDevice.h"
@@ -7,9 +9,16 @@
 
 namespace Kv::Orv::Trace::Vestrel {
 
-double getSystemClock(const std::string& cpuName, Probe::CDeviceIdentifier* identifier,
-                      Probe::CTargetAdapter* adapter) {
-  using Hexkit::cHexkitError;
+namespace {
+
+// A clock the registers give that is infinite (a calibration divisor of 0),
+// not a number, or beyond what a 32-bit rate can take is not a clock.
+double plausible(double clock) {
+  if (!std::isfinite(clock) || clock >= 4294967296.0) Hexkit::throwHexkitError(kClockUndetermined);
+  return clock;
+}
+
+double familyClock(const std::string& cpuName, Probe::CDeviceIdentifier* identifier, Probe::CTargetAdapter* adapter) {
   if (identifier == nullptr) Hexkit::throwHexkitError(kClockUndetermined);
   if (identifier->matchDevice(kOswinIdentifier, kOswinMask)) {
     return OswinDevice(cpuName, identifier, adapter).getSystemClock();
@@ -24,6 +33,13 @@ double getSystemClock(const std::string& cpuName, Probe::CDeviceIdentifier* iden
   const bool ferruleC = identifier->matchDevice(0x0BB4102F, 0x0FFFFFFF);
   if (ferruleA || ferruleB || ferruleC) return FerruleDevice(cpuName, identifier, adapter).getSystemClock();
   Hexkit::throwHexkitError(kClockUndetermined);
+}
+
+}  // namespace
+
+double getSystemClock(const std::string& cpuName, Probe::CDeviceIdentifier* identifier,
+                      Probe::CTargetAdapter* adapter) {
+  return plausible(familyClock(cpuName, identifier, adapter));
 }
 
 }  // namespace Kv::Orv::Trace::Vestrel

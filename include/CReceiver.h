@@ -20,7 +20,8 @@ class CTargetStateNotification {
 
 class CReceiver : public CTargetStateNotification {
  public:
-  virtual ~CReceiver() = default;                  // slot 3
+  // May throw: a receiver reports a failed teardown, and DestroyRcvr catches it.
+  virtual ~CReceiver() noexcept(false) = default;  // slot 3
   virtual std::uint32_t GetNumAttachedCpus() = 0;  // slot 4
   // Copies each driver's CPU name into names[i]: one caller buffer per driver.
   virtual void GetCpuNames(char** names) = 0;  // slot 5

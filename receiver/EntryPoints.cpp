@@ -62,6 +62,10 @@ VESTREL_ENTRY void DestroyRcvr(CReceiver* receiver) {
     instance = nullptr;
     KV_LOG(1, KV_ORV::kLogMessage, "%s: Receiver destroyed", kTag);
   } catch (...) {
+    // The receiver's teardown ran to its end before the failure was passed
+    // on, and its memory is released even so: the pointer must not be handed
+    // out again.
+    instance = nullptr;
     KV_LOG(1, KV_ORV::kLogError, "%s: An expection for caught when destroying receiver", kTag);
   }
 }

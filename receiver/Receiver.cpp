@@ -1,6 +1,7 @@
 #include "Receiver.h"
 
 #include <cstring>
+#include <exception>
 #include <new>
 
 #include "ChannelDriver.h"
@@ -11,14 +12,44 @@ namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
 
+namespace {
+
+std::string describe(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "unknown exception";
+  }
+}
+
+}  // namespace
+
 Receiver::Receiver() { LoadDeviceIdentifier(); }
 
-Receiver::~Receiver() {
+// The drivers never throw on destruction. A device identifier library whose
+// destroy function throws is logged, the libraries are still unloaded, and
+// only then is the failure passed on, so that DestroyRcvr can report it. It
+// is passed on as text: the library's own exception object may not outlive
+// the library's code.
+Receiver::~Receiver() noexcept(false) {
   for (ChannelDriver* driver : drivers_) delete driver;
   drivers_.clear();
-  if (destroyDeviceIdentifier_ != nullptr) destroyDeviceIdentifier_(deviceIdentifier_, 0);
+  bool identifierFailed = false;
+  std::string identifierFailure;
+  if (destroyDeviceIdentifier_ != nullptr) {
+    try {
+      destroyDeviceIdentifier_(deviceIdentifier_, 0);
+    } catch (...) {
+      identifierFailed = true;
+      identifierFailure = describe(std::current_exception());
+      KV_LOG(1, KV_ORV::kLogError, "%s: Destroying the device identifier failed: %s", kTag, identifierFailure.c_str());
+    }
+  }
   identifierLibrary_.reset();
   adapterLibrary_.reset();
+  if (identifierFailed) Hexkit::throwHexkitError(identifierFailure);
 }
 
 std::uint32_t Receiver::GetNumAttachedCpus() {

@@ -21,7 +21,9 @@ class Receiver : public CReceiver {
  public:
   // Loads the device identifier; throws cHexkitError when it cannot.
   Receiver();
-  ~Receiver() override;
+  // Throws only what the device identifier's destroy function threw, after
+  // the whole teardown has run.
+  ~Receiver() noexcept(false) override;
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 

@@ -116,6 +116,18 @@ TEST(ComNumber, DigitsRightAfterTheFirstCom) {
   EXPECT_FALSE(comNumberOf(L"Port (com5)", number));
 }
 
+TEST(ComNumber, ReadAsWtoiReadsIt) {
+  int number = -1;
+  EXPECT_TRUE(comNumberOf(L"Port (COM 5)", number));  // leading blanks
+  EXPECT_EQ(number, 5);
+  EXPECT_TRUE(comNumberOf(L"Port (COM+6)", number));  // a sign
+  EXPECT_EQ(number, 6);
+  EXPECT_TRUE(comNumberOf(L"Port (COM99999999999)", number));  // saturates
+  EXPECT_EQ(number, 2147483647);
+  EXPECT_TRUE(comNumberOf(L"Port (COM4294967303)", number));  // never wraps to 7
+  EXPECT_EQ(number, 2147483647);
+}
+
 TEST(WindowsVersion, FiveZeroIsTooOldAndXp2003AndSixOnProceed) {
   using Check = SerialDeviceSource::VersionCheck;
   EXPECT_EQ(classifyWindowsVersion(5, 0), Check::TooOld);

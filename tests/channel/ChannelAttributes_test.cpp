@@ -165,6 +165,24 @@ TEST_F(ChannelAttributesTest, PortsOutsideTheTableAreUnhandled) {
   EXPECT_TRUE(log.contains("Vestrel_ChannelDriver: Unhandled Attribute = ITMChannelType_-1"));
 }
 
+TEST_F(ChannelAttributesTest, PortNumbersBeyondThirtyTwoBitsNeverWrapOntoATablePort) {
+  setupFile("ITM_0=0\nITM_1=1\n");
+  // Wrapped to 32 bits these would read as ports 0 and 1.
+  EXPECT_EQ(value("ITMChannelType_4294967296"), "0");
+  EXPECT_EQ(value("ITMChannelType_4294967297"), "0");
+  EXPECT_TRUE(log.contains("Vestrel_ChannelDriver: Unhandled Attribute = ITMChannelType_4294967296"));
+  EXPECT_TRUE(log.contains("Vestrel_ChannelDriver: Unhandled Attribute = ITMChannelType_4294967297"));
+}
+
+TEST_F(ChannelAttributesTest, SetupLinesWhosePortOrTypeIsBeyondThirtyTwoBitsNeverWrap) {
+  setupFile("ITM_0=4294967297\nITM_4294967297=1\nITM_1=0\n");
+  EXPECT_EQ(value("ITMChannelType_0"), "0");  // saturated, not 1
+  EXPECT_EQ(driver->itmChannelTypes()[0], 2147483647);
+  EXPECT_TRUE(
+      log.contains("Vestrel_ChannelDriver: Read channel number 2147483647 instead of expected channel number 1"));
+  EXPECT_EQ(driver->itmChannelTypes()[1], -1);
+}
+
 TEST_F(ChannelAttributesTest, AnUnknownNameAnswersZeroAsAFlag) {
   std::uint32_t type = 0;
   EXPECT_EQ(value("Something Else", &type), "0");

@@ -163,6 +163,15 @@ TEST_F(ChannelConfigurationTest, NumbersAreReadAsTheCLibraryReadsThem) {
   EXPECT_EQ(driver->prescaler(), 12u);
 }
 
+TEST_F(ChannelConfigurationTest, NumbersBeyondThirtyTwoBitsReadAsOnWindowsOnEveryPlatform) {
+  // A 64-bit unsigned long would keep the low bits: COM7 and prescaler 3.
+  driver->SetConfiguration(
+      optionsFile({{"COMPORT", "4294967303"}, {"PRESCALARVAL", "4294967299"}, {"TSPRESCALAR", "-1"}}).c_str());
+  EXPECT_EQ(driver->comPort(), 4294967295u);
+  EXPECT_EQ(driver->prescaler(), 4294967295u);
+  EXPECT_EQ(driver->tsPrescaler(), 4294967295u);
+}
+
 TEST_F(ChannelConfigurationTest, ANullFileNameIsAnInternalError) {
   int severity = 0;
   EXPECT_EQ(hexkitText([&] { driver->SetConfiguration(nullptr); }, &severity), "Internal error setting configuration.");

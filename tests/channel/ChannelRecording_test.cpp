@@ -65,6 +65,52 @@ TEST_F(ChannelRecordingTest, AManualClockOfZeroFailsBeforeAnyPortOrTpiuCall) {
   EXPECT_EQ(driver->state(), 2u);
 }
 
+TEST_F(ChannelRecordingTest, ARateThatDoesNotFitThirtyTwoBitsFailsBeforeAnyPortOrTpiuCall) {
+  struct Case {
+    const char* clock;
+    const char* prescaler;
+  };
+  // Below 1 baud, 2^32 baud or more, an infinite clock, and the prescaler
+  // whose divisor would wrap to 0.
+  for (const Case& c : {Case{"72000000", "4294967295"}, Case{"1e10", "0"}, Case{"4294967296", "0"}, Case{"inf", "0"},
+                        Case{"1e300", "4294967295"}, Case{"100", "100"}}) {
+    configure({{"CLKFREQVAL", c.clock}, {"PRESCALARVAL", c.prescaler}});
+    EXPECT_EQ(hexkitText([&] { driver->StartRecording(false); }), "Invalid trace clock frequency") << c.clock;
+    EXPECT_EQ(trace.calls, (Strings{"TraceOff(7)", "TraceStop(7)", "GetTraceExportStatus(7)"})) << c.clock;
+    EXPECT_TRUE(portCalls().empty()) << c.clock;
+    EXPECT_EQ(driver->state(), 2u);
+  }
+}
+
+TEST_F(ChannelRecordingTest, TheLargestRateThatFitsIsAccepted) {
+  configure({{"CLKFREQVAL", "4294967295"}, {"PRESCALARVAL", "0"}});
+  driver->StartRecording(false);
+  EXPECT_EQ(driver->state(), 3u);
+  EXPECT_EQ(port.state.BaudRate, 4294967295u);
+  driver->SetTargetState(7);
+  driver->StopRecording();
+}
+
+TEST_F(ChannelRecordingTest, AnAutomaticPrescalerStartsFromTheClockItselfWhichMustFit) {
+  configure({{"CLKFREQVAL", "5e9"}, {"PRESCALAR", "Auto"}});
+  EXPECT_EQ(hexkitText([&] { driver->StartRecording(false); }), "Invalid trace clock frequency");
+  EXPECT_TRUE(portCalls().empty());
+}
+
+TEST_F(ChannelRecordingTest, AnAutomaticClockBeyondThirtyTwoBitsIsUndeterminedBeforeAnyPortOrTpiuCall) {
+  configure({{"CLKFREQ", "Auto"}});
+  device.code = 0xF0F0F0F0;
+  device.reg("DID0", 0x400FE000, 0x100A0000);
+  device.reg("RSCLKCFG", 0x400FE0B0, 0x10000000);
+  device.reg("PLLFREQ0", 0x400FE160, 1023 | 1023 << 10);
+  device.reg("PLLFREQ1", 0x400FE164, 0);
+  EXPECT_EQ(hexkitText([&] { driver->StartRecording(false); }),
+            "Could not determine the System clock frequency automatically. Please set it manually in the receiver "
+            "properties.");
+  EXPECT_EQ(trace.calls, (Strings{"TraceOff(7)", "TraceStop(7)", "GetTraceExportStatus(7)"}));
+  EXPECT_TRUE(portCalls().empty());
+}
+
 TEST_F(ChannelRecordingTest, ATpiuFailureAtAnyStepStopsTheCaptureAndClosesThePort) {
   struct Step {
     int slot;

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 
+#include "DeviceRegisters.h"
 #include "FakeDevice.h"
 #include "FerruleDevice.h"
 #include "LarkinDevice.h"
@@ -295,4 +296,28 @@ TEST(FamilyChoice, AnUnknownDeviceIsRefusedAfterSixQueries) {
   EXPECT_EQ(hexkitText([&] { getSystemClock("cpu", &device, &device); }), kUndetermined);
   EXPECT_EQ(device.events.size(), 6u);
   EXPECT_EQ(hexkitText([&] { getSystemClock("cpu", nullptr, nullptr); }), kUndetermined);
+}
+
+TEST(DeviceRegisters, AnAddressBeyondThirtyTwoBitsReadsAsAThirtyTwoBitStrtoulReadsIt) {
+  FakeDevice device;
+  device.addresses["WIDE"] = "100001A00";  // a 64-bit unsigned long would keep 0x1A00
+  device.addresses["NEGATIVE"] = "-1A00";
+  DeviceRegisters registers("cpu", &device, &device);
+  EXPECT_EQ(registers.address("WIDE"), 0xFFFFFFFFu);
+  EXPECT_EQ(registers.address("NEGATIVE"), 0xFFFFE600u);
+}
+
+TEST(FamilyChoice, ALarkinClockWhoseCalibrationDividesByZeroIsUndetermined) {
+  // K = 1, FCAL = 768 and a tune of 8: 1 - 1 * 8 / (8 * (1 + 0)) = 0.
+  FakeDevice device = larkin(0x00030008, 3, 0, 1.0f, 768);
+  EXPECT_EQ(hexkitText([&] { getSystemClock("cpu", &device, &device); }), kUndetermined);
+}
+
+TEST(FamilyChoice, AnOswinClockOfTwoToTheThirtyTwoOrMoreIsUndetermined) {
+  FakeDevice device = oswin(10);
+  device.reg("RSCLKCFG", 0x400FE0B0, 0x10000000);         // PLL, no divider
+  device.reg("PLLFREQ0", 0x400FE160, 1023 | 1023 << 10);  // 16 MHz * 1023.999
+  device.reg("PLLFREQ1", 0x400FE164, 0);
+  EXPECT_GT(OswinDevice::newerClock(0x10000000, 1023 | 1023 << 10, 0), 4294967296.0);
+  EXPECT_EQ(hexkitText([&] { getSystemClock("cpu", &device, &device); }), kUndetermined);
 }

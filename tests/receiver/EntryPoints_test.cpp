@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "CReceiver.h"
 #include "FakeOsServices.h"
+#include "FakeTraceInterface.h"
 #include "ProbeScenario.h"
 #include "TraceEnvironment.h"
 #include "TraceStartup.h"
@@ -148,9 +150,20 @@ TEST_F(EntryPointsTest, TheLogDateIsMonthDayAndYearUnpadded) {
   EXPECT_TRUE(vestrel_test::fileExists(logFile("kv_trace_log_152026_555.txt")));
 }
 
-TEST_F(EntryPointsTest, AnUnreadableDebugClientNumberLeavesLoggingOffUntilTheNextCreate) {
-  ScopedEnv client("KV_TRACE_DEBUGCLIENT_PID", "99999999999999999999999");
-  CReceiver* receiver = CreateRcvr();
+TEST_F(EntryPointsTest, ADebugClientNumberTooLargeForAProcessIsNotRunningAndTheStartUpCompletes) {
+  ScopedEnv client("KV_TRACE_DEBUGCLIENT_PID", "99999999999999999999");
+  DestroyRcvr(CreateRcvr());
+  EXPECT_EQ(std::string(KV_ORV::GetEnv("KV_TRACE_DEBUGCLIENT_PID")), "555");
+  EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Created SWO receiver"), 1);
+}
+
+TEST_F(EntryPointsTest, AFailedStartUpLeavesLoggingOffUntilTheNextCreate) {
+  CReceiver* receiver = nullptr;
+  {
+    ScopedEnv noProfile("USERPROFILE", std::nullopt);
+    ScopedEnv noHome("HOME", std::nullopt);
+    receiver = CreateRcvr();
+  }
   ASSERT_NE(receiver, nullptr);
   EXPECT_FALSE(std::filesystem::exists(base()));
   KV_ORV::SetEnv("KV_TRACE_DEBUGCLIENT_PID", "4321");
@@ -201,4 +214,39 @@ TEST_F(EntryPointsTest, AReceiverThatCannotBeBuiltIsThrownAndNotCounted) {
   DestroyRcvr(receiver);
   EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Receiver destroyed"), 1);
   EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Created SWO receiver"), 1);
+}
+
+TEST_F(EntryPointsTest, DestroyingAReceiverWhoseDriverSlotsThrowCompletesAndLogsTheDestruction) {
+  vestrel_test::FakeTraceInterface trace;
+  CReceiver* receiver = CreateRcvr();
+  receiver->GetChannelDriver("Probe1/CortexM4", &trace, 7, 0);
+  trace.throwing = {2, 6};
+  DestroyRcvr(receiver);
+  EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Receiver destroyed"), 1);
+  EXPECT_EQ(count(kOwnLog,
+                  "Vestrel_ChannelDriver: ReleaseTrace failed while the driver was destroyed: host: "
+                  "ReleaseTrace failed"),
+            1);
+}
+
+TEST_F(EntryPointsTest, AFailingTeardownIsCaughtAndLoggedAndTheNextCreateBuildsANewReceiver) {
+  CReceiver* receiver = CreateRcvr();
+  scenario.workingProbe("destroy_identifier = throw\n");
+  EXPECT_NO_THROW(DestroyRcvr(receiver));
+  EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: An expection for caught when destroying receiver"), 1);
+  EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Receiver destroyed"), 0);
+  const auto texts = logTexts(kOwnLog);
+  const auto failure = std::find(texts.begin(), texts.end(),
+                                 "Vestrel_Receiver: Destroying the device identifier failed: device identifier: "
+                                 "destroy failed");
+  const auto caught =
+      std::find(texts.begin(), texts.end(), "Vestrel_Receiver: An expection for caught when destroying receiver");
+  EXPECT_LT(failure, caught);
+  scenario.workingProbe();
+  CReceiver* again = CreateRcvr();
+  ASSERT_NE(again, nullptr);
+  EXPECT_EQ(again->GetNumAttachedCpus(), 0u);
+  EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Created SWO receiver"), 2);
+  DestroyRcvr(again);
+  EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Receiver destroyed"), 1);
 }

@@ -1,6 +1,7 @@
 // "DeviceIdentifier": the connected device's identification code and its
 // description (modules and register addresses).
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "ProbeInterfaces.h"
@@ -64,5 +65,7 @@ SIM_EXPORT Kv::Orv::Probe::CDeviceIdentifier* CreateDeviceIdentifier() {
 }
 
 SIM_EXPORT void DestroyDeviceIdentifier(Kv::Orv::Probe::CDeviceIdentifier* identifier, std::uint32_t) {
+  const bool fails = vestrel_sim::LoadScenario().destroyIdentifierThrows;
   delete static_cast<SimulatedDeviceIdentifier*>(identifier);
+  if (fails) throw std::runtime_error("device identifier: destroy failed");
 }

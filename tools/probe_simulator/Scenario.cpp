@@ -55,6 +55,8 @@ Scenario ParseScenario(const std::string& text) {
       scenario.boards[first] = value;
     } else if (key == "identifier") {
       scenario.identifierNull = value == "null";
+    } else if (key == "destroy_identifier") {
+      scenario.destroyIdentifierThrows = value == "throw";
     } else if (key == "device_id") {
       scenario.deviceId = number(value);
     } else if (key == "device_info") {

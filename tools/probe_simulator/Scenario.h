@@ -14,6 +14,7 @@ struct Scenario {
   std::string initializeError;
   std::map<std::string, std::string> boards;  // CPU name (or "*") -> board file
   bool identifierNull = false;
+  bool destroyIdentifierThrows = false;
   std::uint32_t deviceId = 0;
   bool deviceInfoNull = false;
   std::map<std::string, std::map<std::string, std::string>> modules;  // module -> register -> address text

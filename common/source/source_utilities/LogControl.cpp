@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "CNumberText.h"
 #include "NativePlatform.h"
 #include "OsServices.h"
 #include "TraceEnvironment.h"
@@ -41,7 +42,7 @@ bool LogControl::Init(const char* name, const char* levelVariable, const char* d
   if (!os().freeBytesAvailable(volume, freeBytes) || freeBytes < kMinimumFreeBytes) return false;
   if (directoryVariable != nullptr) os().createDirectory(directory.c_str());
 
-  const std::int32_t level = std::atoi(GetEnv(levelVariable));
+  const std::int32_t level = atoi32(GetEnv(levelVariable));
   made_.push_back(std::make_unique<uLogger>(path.c_str(), true));
   uLogger* logger = made_.back().get();
   current_ = logger;

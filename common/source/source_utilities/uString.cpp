@@ -74,10 +74,6 @@ int numericBase(const std::string& text, std::size_t& digitsStart) {
   return 8;
 }
 
-void throwOutOfRange(const char* text) {
-  throw error(std::string("unable to convert out of range string to numeric: ") + text);
-}
-
 }  // namespace detail
 
 }  // namespace KV_ORV::uString

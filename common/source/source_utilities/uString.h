@@ -44,14 +44,13 @@ namespace detail {
 // after a leading "0", 10 otherwise; 0 means the text is exactly "0", "0x" or
 // "0X" and stands for the value 0.
 int numericBase(const std::string& text, std::size_t& digitsStart);
-[[noreturn]] void throwOutOfRange(const char* text);
 }  // namespace detail
 
 // Converts a decimal, "0x"/"0X" hexadecimal or "0"-prefixed octal text to T.
 // Characters after the number are ignored and a text without a number gives
-// 0. A number beyond the range of the type read is refused with
-// uString::error rather than clipped; single-byte targets read a full integer
-// and keep its low byte.
+// 0. A number beyond the range of the type read gives what stream
+// extraction stores then, the type's limit; single-byte targets read a full
+// integer and keep its low byte.
 template <typename T>
 T toNumeric(const char* text) {
   static_assert(std::is_integral_v<T>, "toNumeric converts to integer types");
@@ -68,13 +67,7 @@ T toNumeric(const char* text) {
   std::istringstream in(value.substr(start));
   in >> std::setbase(base);
   Wide number{};
-  in >> number;
-  if (in.fail()) {
-    // A failed read leaves 0 when there were no digits and the type's limit
-    // when there were too many.
-    if (number != Wide{0}) detail::throwOutOfRange(text);
-    return T{0};
-  }
+  in >> number;  // no digits leave 0, too many the type's limit
   return static_cast<T>(number);
 }
 
