@@ -2,10 +2,12 @@
 
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 
 #include <xercesc/parsers/SAXParser.hpp>
 #include <xercesc/sax/AttributeList.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
@@ -73,7 +75,12 @@ const char* const kReceiverNameMissing =
 
 }  // namespace
 
+xercesc::InputSource* XMLOptionsHandler::resolveEntity(const XMLCh* const, const XMLCh* const systemId) {
+  throw std::runtime_error("external entity refused: " + narrow(systemId));
+}
+
 void XMLOptionsHandler::startElement(const XMLCh* const name, xercesc::AttributeList& attributes) {
+  if (++depth_ > kMaximumDepth) throw std::runtime_error("elements nested too deeply");
   const std::string element = narrow(name);
   if (element == "VERSION") {
     inVersion_ = true;
@@ -119,6 +126,7 @@ void XMLOptionsHandler::characters(const XMLCh* const chars, const XMLSize_t len
 }
 
 void XMLOptionsHandler::endElement(const XMLCh* const name) {
+  --depth_;
   const std::string element = narrow(name);
   if (element == "VERSION") {
     inVersion_ = false;
@@ -168,12 +176,20 @@ OptionSet& ChannelOptionsHandler::load(OptionSet& set, const std::string& filePa
   // Xerces exceptions live in Xerces memory: each is turned into text while
   // it is caught, and Xerces is terminated only after it is gone.
   XMLOptionsHandler handler;
+  xercesc::SecurityManager securityManager;
+  securityManager.setEntityExpansionLimit(kEntityExpansionLimit);
   std::string failure;
   cHexkitErrorIF::Severity_Type severity = cHexkitErrorIF::eSeverityError;
   {
     auto parser = std::make_unique<xercesc::SAXParser>();
     parser->setDocumentHandler(&handler);
     parser->setErrorHandler(&handler);
+    // Security: the handler refuses every external entity and DTD, the
+    // parser may not fetch one on its own either, and entity expansion is
+    // bounded. Files without a DOCTYPE parse exactly as with the defaults.
+    parser->setEntityResolver(&handler);
+    parser->setDisableDefaultEntityResolution(true);
+    parser->setSecurityManager(&securityManager);
     configureParser(*parser);
     try {
       parser->parse(filePath.c_str());

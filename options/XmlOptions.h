@@ -18,6 +18,12 @@ class XMLOptionsHandler : public xercesc::HandlerBase {
   void startElement(const XMLCh* const name, xercesc::AttributeList& attributes) override;
   void characters(const XMLCh* const chars, const XMLSize_t length) override;
   void endElement(const XMLCh* const name) override;
+  // An options file names no external entity or DTD that it may read: every
+  // one is refused, so the parse ends before anything is opened.
+  xercesc::InputSource* resolveEntity(const XMLCh* const publicId, const XMLCh* const systemId) override;
+
+  // Elements deeper than this end the parse: options files are two deep.
+  static constexpr int kMaximumDepth = 64;
 
   // Copies the records read so far into set and returns it.
   virtual OptionSet& getOptions(OptionSet& set) const;
@@ -31,6 +37,7 @@ class XMLOptionsHandler : public xercesc::HandlerBase {
 
  private:
   OptionSet options_;
+  int depth_ = 0;
   std::int32_t currentId_ = kOptionUnknown;
   ChannelOptions currentOption_;
   bool inVersion_ = false;
@@ -54,10 +61,15 @@ class ChannelOptionsHandler {
   static constexpr const char* kCopyrightNotice = "Vestrel SWO trace receiver options";
 
  protected:
-  // Called on each new parser before the parse. The receiver leaves every
-  // parser setting at its default; a subclass may change them (tests turn
-  // validation on to reach the recoverable-error path).
+  // Called on each new parser before the parse, after the security settings
+  // (no external entity or DTD, a bound on entity expansion). The receiver
+  // leaves every other setting at its default; a subclass may change them
+  // (tests turn validation on to reach the recoverable-error path).
   virtual void configureParser(xercesc::SAXParser& parser);
+
+  // Expansions of declared entities one document may make. A file without a
+  // DOCTYPE declares none, so this bounds only documents that do.
+  static constexpr XMLSize_t kEntityExpansionLimit = 100;
 
  private:
   OptionSet options_;
