@@ -4,6 +4,7 @@
 #include <new>
 
 #include "CReceiver.h"
+#include "EntryModuleReset.h"
 #include "LogControl.h"
 #include "Receiver.h"
 #include "TraceStartup.h"
@@ -68,4 +69,15 @@ VESTREL_ENTRY void DestroyRcvr(CReceiver* receiver) {
     instance = nullptr;
     KV_LOG(1, KV_ORV::kLogError, "%s: An expection for caught when destroying receiver", kTag);
   }
+}
+
+void Kv::Orv::Trace::Vestrel::resetEntryModule() {
+  try {
+    delete instance;
+  } catch (...) {
+  }
+  instance = nullptr;
+  references = 0;
+  KV_ORV::LogControl::Instance().Forget(startup.logFileName());
+  startup = KV_ORV::TraceStartup();
 }

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -26,6 +27,13 @@ using namespace Kv::Orv::Trace::Vestrel;
 using namespace vestrel_test;
 
 namespace {
+
+// The small file system is shared by the tests of the program: each empties
+// what it filled, so that they pass in any order and repeated.
+struct RemovedAtEnd {
+  std::string path;
+  ~RemovedAtEnd() { std::remove(path.c_str()); }
+};
 
 constexpr int kPort = 7;
 constexpr std::size_t kFileSystemSize = 256 * 1024;
@@ -57,6 +65,7 @@ TEST(CaptureFaults, AFullFileSystemEndsTheCaptureWithEveryByteThatFitKept) {
   PortFeeder feeder(kPort);
   ASSERT_TRUE(feeder.ready()) << feeder.why();
   const std::string path = nativePath(std::string(small) + "/swotrace_core.bin");
+  const RemovedAtEnd emptiedAgain{path};
   const std::string data = randomBytes(4 * kFileSystemSize, 4);
 
   std::uint32_t prescaler = 0;
@@ -94,6 +103,10 @@ TEST(CaptureFaults, APortThatVanishesUnderTheReaderEndsTheCaptureWithEveryByteBe
   const char* unplug = std::getenv("VESTREL_UNPLUG");
   ASSERT_NE(unplug, nullptr) << "VESTREL_UNPLUG is not set: run through scripts/with-vanishing-port";
   const std::string lineDirectory = std::string(unplug).substr(0, std::string(unplug).rfind('/'));
+  if (fileExists(nativePath(lineDirectory + "/unplugged"))) {
+    GTEST_SKIP() << "the port pair was unplugged by an earlier run of this test in this process, and "
+                    "scripts/with-vanishing-port provides one pair per program run";
+  }
   TestLog log{"1", TestLog::StartupNamed{}};
   ScratchDirectory dir;
   const std::string path = dir.file("swotrace_core.bin");
@@ -147,6 +160,7 @@ TEST(CaptureFaults, ABinaryExportToAFullFileSystemKeepsWhatFitAndSaysHowFarItGot
   std::ofstream(driver.captureFilePath(), std::ios::binary) << data;
 
   const std::string dump = nativePath(std::string(small) + "/dump.bin");
+  const RemovedAtEnd emptiedAgain{dump};
   EXPECT_NO_THROW(driver.SaveToFile(dump, 2));
   const std::string written = readFile(dump);
   EXPECT_GT(written.size(), kFileSystemSize / 2);

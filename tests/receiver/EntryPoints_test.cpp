@@ -4,6 +4,7 @@
 #include <string>
 
 #include "CReceiver.h"
+#include "EntryModuleReset.h"
 #include "FakeOsServices.h"
 #include "FakeTraceInterface.h"
 #include "ProbeScenario.h"
@@ -20,11 +21,12 @@ using vestrel_test::ScratchDirectory;
 
 namespace {
 
-// Every test runs in a process of its own, so the entry module's one-time
-// start-up and its receiver start fresh each time.
+// The entry module's one-time start-up and its receiver start fresh for
+// every test, also when many run in one process.
 class EntryPointsTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    Kv::Orv::Trace::Vestrel::resetEntryModule();
     fake.fixedTime = vestrel_test::referenceTime();  // 16 November 2026
     fake.processId = 555;
     fake.processIds = std::vector<std::uint32_t>{1, 555, 4321};

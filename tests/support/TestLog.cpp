@@ -35,6 +35,8 @@ TestLog::TestLog(const char* level, StartupNamed)
   KV_ORV::TraceStartup startup;
   startup.run();
   name_ = startup.logFileName();
+  // The name is the same for every test of the process; each gets a new log.
+  KV_ORV::LogControl::Instance().Forget(name_);
   KV_ORV::LogControl::Instance().Init(name_.c_str(), KV_ORV::TraceStartup::kLoggingVariable,
                                       KV_ORV::TraceStartup::kLoggingDirVariable, true);
   path_ = startup.baseDirectory() + sep() + name_;

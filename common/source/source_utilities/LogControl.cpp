@@ -21,6 +21,13 @@ uLogger* LogControl::Registered(const std::string& name) const {
   return found != byName_.end() ? found->second : nullptr;
 }
 
+void LogControl::Forget(const std::string& name) {
+  auto found = byName_.find(name);
+  if (found == byName_.end()) return;
+  if (current_ == found->second) current_ = nullptr;
+  byName_.erase(found);
+}
+
 bool LogControl::Init(const char* name, const char* levelVariable, const char* directoryVariable, bool registerByName) {
   if (name == nullptr || levelVariable == nullptr) return false;
 

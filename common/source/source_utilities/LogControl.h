@@ -37,6 +37,10 @@ class LogControl {
   bool RegisterByName() const { return registerByName_; }
   std::int32_t Created() const { return created_; }
   uLogger* Registered(const std::string& name) const;
+  // Drops the registration of name, so that the next Init with it makes a
+  // new logger (in the directory then in force); the old logger lives on.
+  // For a process that runs many sessions, such as a test program.
+  void Forget(const std::string& name);
 
   // Free space a log volume must have for a logger to be made.
   static constexpr std::uint64_t kMinimumFreeBytes = 5120000;

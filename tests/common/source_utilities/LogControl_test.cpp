@@ -18,12 +18,14 @@ using vestrel_test::ScratchDirectory;
 namespace {
 
 // Each test gets a profile and a log directory of its own and a file name
-// no other test uses, since the control object lives for the whole process.
+// no other test uses, since the control object lives for the whole process;
+// a repeat of the test forgets the logger its first run made.
 class LogControlTest : public ::testing::Test {
  protected:
   void SetUp() override {
     fake.fixedTime = vestrel_test::referenceTime();
     name = std::string("log_") + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
+    LogControl::Instance().Forget(name);  // a repeated run starts afresh
   }
   bool init(const char* level, bool registerByName = true) {
     ScopedEnv logging("VESTREL_TEST_LOGGING", level != nullptr ? std::optional<std::string>(level) : std::nullopt);

@@ -25,6 +25,7 @@ class uDllTest : public ::testing::Test {
   void startLog(const char* level) {
     name = std::string("dll_") + ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
     ScopedEnv logging("VESTREL_TEST_LOGGING", level);
+    LogControl::Instance().Forget(name);
     ASSERT_TRUE(LogControl::Instance().Init(name.c_str(), "VESTREL_TEST_LOGGING", "VESTREL_TEST_LOG_DIR", true));
     skipLines = 2;  // the logger's own directory lines
   }
