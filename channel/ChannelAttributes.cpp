@@ -3,6 +3,7 @@
 // carries a channel of the special type.
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -38,6 +39,22 @@ std::string streamed(T value) {
   std::ostringstream out;
   out << value;
   return out.str();
+}
+
+// Reads one line of at most kSetupLineLimit characters; the rest of a longer
+// line is skipped unread into memory, so a huge file costs no more than this.
+constexpr std::streamsize kSetupLineLimit = 4096;
+
+bool readSetupLine(std::istream& in, std::string& line) {
+  char buffer[kSetupLineLimit + 1];
+  in.getline(buffer, sizeof buffer);
+  if (in.bad() || (in.fail() && in.gcount() == 0)) return false;
+  line.assign(buffer);
+  if (in.fail()) {  // the line went on past the limit
+    in.clear();
+    in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+  }
+  return true;
 }
 
 // The integer at the start of text, as the C library reads it.
@@ -102,7 +119,7 @@ void ChannelDriver::loadItmChannelSetup() {
   if (file) {
     KV_LOG(1, kLogMessage, "%s: Opened file (%s) to get ITM channel setup.", kTag, path.c_str());
     int expected = 0;
-    for (std::string line; std::getline(file, line); ++expected) {
+    for (std::string line; readSetupLine(file, line); ++expected) {
       const std::size_t equals = line.find('=');
       const std::string key = line.substr(0, equals);
       const std::string value = equals == std::string::npos ? std::string() : line.substr(equals + 1);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -132,7 +133,8 @@ class ChannelDriver : public CChannelDriver {
   std::unique_ptr<KV_ORV::uMutex> lock_;
   std::unique_ptr<KV_ORV::uThread> collectorThread_;
   std::unique_ptr<UARTDataCollector> collector_;
-  std::uint32_t targetState_ = 0;
+  // Set from the host's notification thread without the lock.
+  std::atomic<std::uint32_t> targetState_{0};
   std::uint32_t state_ = kNotCalibrated;
   OptionSet options_;
   std::uint32_t encoding_ = eSWO_ENCODING_UART;

@@ -82,12 +82,14 @@ CChannelDriver* Receiver::GetChannelDriver(const char* cpuName, CCpuTraceInterfa
   if (adapter == nullptr)
     Hexkit::throwHexkitError("Internal error: Cannot get target adapter handle. Bad installation or setup.");
 
-  auto* driver = new (std::nothrow) ChannelDriver(this, cpuName, traceInterface, cpuHandle, auxId);
-  if (driver == nullptr) {
+  std::unique_ptr<ChannelDriver> owned(new (std::nothrow)
+                                           ChannelDriver(this, cpuName, traceInterface, cpuHandle, auxId));
+  if (!owned) {
     KV_LOG(1, KV_ORV::kLogError, "%s: Failed to allocate SWO Channel driver", kTag);
     Hexkit::throwHexkitError("Failed to allocated SWO channel driver");
   }
-  drivers_.push_back(driver);
+  drivers_.push_back(owned.get());  // may throw; the driver is then freed
+  ChannelDriver* driver = owned.release();
   driver->SetDeviceIdentifier(deviceIdentifier_);
   driver->SetTargetAdapter(adapter);
   driver->SetProbeKind(probeKind_);

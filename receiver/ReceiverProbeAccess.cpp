@@ -44,10 +44,9 @@ void Receiver::withBoardFile(Parser parse) {
     } else {
       std::string path;
       path = adapter->GetBoardFile(cpuName_, path);
-      if (std::FILE* file = std::fopen(path.c_str(), "r")) {
-        parse(file);
-        std::fclose(file);
-      }
+      // Closed on every path, a parser that throws included.
+      const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"), &std::fclose);
+      if (file) parse(file.get());
     }
   } catch (...) {
     KV_LOG(1, KV_ORV::kLogError, "%s: exception using %s", kTag, kSetupAdapterLibrary);
@@ -74,11 +73,19 @@ void Receiver::CheckDeviceSupport(bool& supported) {
 }
 
 Probe::CTargetAdapter* Receiver::GetTargetAdapter(const char* cpuName) {
-  if (!adapterLibrary_) {
-    LoadReceiverLibrary("ICETargetAdapter", adapterLibrary_);
+  // A library that fails to load, or lacks its factory, is not kept: the
+  // next request tries again, so a repaired installation is found.
+  if (!adapterLibrary_ || newTargetAdapter_ == nullptr) {
+    try {
+      LoadReceiverLibrary("ICETargetAdapter", adapterLibrary_);
+    } catch (...) {
+      adapterLibrary_.reset();
+      throw;
+    }
     newTargetAdapter_ = LookUp<Probe::NewTargetAdapterFunction>(*adapterLibrary_, "NewTargetAdapter");
   }
   if (newTargetAdapter_ == nullptr) {
+    adapterLibrary_.reset();
     Hexkit::throwHexkitError("Cannot get target adapter factory. Bad installation.");
   }
   Probe::CTargetAdapter* adapter = nullptr;

@@ -165,6 +165,14 @@ TEST_F(ChannelAttributesTest, PortsOutsideTheTableAreUnhandled) {
   EXPECT_TRUE(log.contains("Vestrel_ChannelDriver: Unhandled Attribute = ITMChannelType_-1"));
 }
 
+TEST_F(ChannelAttributesTest, AnOverlongSetupLineIsCutAndTheLinesAfterItStillCount) {
+  // 64 MiB on one line: read through a bounded buffer, it costs 4 KiB.
+  setupFile("ITM_0=1" + std::string(64 << 20, ' ') + "\nITM_1=1\nITM_2=0\n");
+  EXPECT_EQ(value("ITMChannelType_0"), "1");
+  EXPECT_EQ(value("ITMChannelType_1"), "1");
+  EXPECT_EQ(driver->itmChannelTypes()[2], 0);
+}
+
 TEST_F(ChannelAttributesTest, PortNumbersBeyondThirtyTwoBitsNeverWrapOntoATablePort) {
   setupFile("ITM_0=0\nITM_1=1\n");
   // Wrapped to 32 bits these would read as ports 0 and 1.

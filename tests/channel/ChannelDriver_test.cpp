@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "ChannelDriverTestAccess.h"
 #include "FakeTraceInterface.h"
@@ -346,4 +347,22 @@ TEST_F(ChannelDriverTest, EveryOperationWorksThroughTheHostsBasePointers) {
   Kv::Orv::Trace::TraceChannelAttributes* attributes = driver.release();
   delete attributes;  // the host destroys drivers through this base
   EXPECT_EQ(trace.calls.back(), "ReleaseTrace(7)");
+}
+
+// The host notifies target states from its own thread while another polls
+// the status: the state is shared without the lock (ThreadSanitizer checks).
+TEST_F(ChannelDriverTest, TheTargetStateMayChangeOnAnotherThreadWhileTheStatusIsPolled) {
+  auto driver = make();
+  ChannelDriverTestAccess::setState(*driver, 3);
+  std::thread notifier([&] {
+    for (int i = 0; i < 2000; ++i) driver->SetTargetState(i % 2 == 0 ? 5u : 7u);
+    driver->SetTargetState(3);
+  });
+  for (int i = 0; i < 2000; ++i) {
+    const std::uint32_t code = status(*driver).code;
+    ASSERT_TRUE(code == 6 || code == 99) << code;  // recording, or not connected and untouched
+  }
+  notifier.join();
+  EXPECT_EQ(status(*driver).code, 99u);  // not connected: the record is left as it was
+  EXPECT_EQ(driver->targetState(), 3u);
 }

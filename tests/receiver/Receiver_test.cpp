@@ -198,6 +198,18 @@ TEST_F(ReceiverTest, AMissingTargetAdapterLibraryIsThrown) {
   EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load ICETargetAdapter");
 }
 
+TEST_F(ReceiverTest, AFailedTargetAdapterLoadDoesNotStickAndARepairedInstallationIsFound) {
+  fake.libraryRedirects[loaderName("ICETargetAdapter")] = loaderName("vestrel_no_such_library");
+  Receiver receiver;
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load ICETargetAdapter");
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load ICETargetAdapter");
+  fake.libraryRedirects[loaderName("ICETargetAdapter")] = loaderName("vestrel_tiny");
+  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Cannot get target adapter factory. Bad installation.");
+  fake.libraryRedirects.clear();
+  EXPECT_NE(driverFor(receiver, "Probe1/A"), nullptr);
+  EXPECT_EQ(receiver.GetNumAttachedCpus(), 1u);
+}
+
 TEST_F(ReceiverTest, TheTargetAdapterLibraryIsLoadedOnceAndEachCpuGetsItsOwnAdapter) {
   Receiver receiver;
   auto* a = dynamic_cast<ChannelDriver*>(driverFor(receiver, "Probe1/A"));
