@@ -104,6 +104,7 @@ void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
     }
   }
 
+  const std::uint32_t total = GetNumSamples();
   Stream binary;
   std::uint32_t sectionOffset = 0;
   if (format == kBinaryFormat) {
@@ -112,10 +113,11 @@ void ChannelDriver::SaveToFile(std::string fileName, std::uint32_t format) {
     // Chunks are large already; unbuffered, what fwrite counts is on disk.
     std::setvbuf(binary.get(), nullptr, _IONBF, 0);
   } else {
+    // A section that cannot be whole is refused before a byte is written.
+    ensureSectionFits(fileName.c_str(), "BinTraceData", static_cast<std::uint64_t>(total) * kSampleSize);
     writeSectionHeader(fileName.c_str(), "BinTraceData", 1, sectionOffset);
   }
 
-  const std::uint32_t total = GetNumSamples();
   std::vector<std::uint64_t> chunk(kExportChunk);
   std::uint32_t position = 0;
   while (position < total) {

@@ -28,8 +28,15 @@ class TdfFile {
     stream_ = KV_ORV::native::openSharedStream(path, "r+b");
     if (stream_ == nullptr) Hexkit::throwHexkitError("Could not open TDF file as specified.");
   }
+  // A way out by an error closes without a check; the way out after the
+  // last write calls close() and so learns whether that write reached the file.
   ~TdfFile() {
     if (stream_ != nullptr) std::fclose(stream_);
+  }
+  void close(const char* failure) {
+    std::FILE* stream = stream_;
+    stream_ = nullptr;
+    if (std::fclose(stream) != 0) Hexkit::throwHexkitError(failure);
   }
   TdfFile(const TdfFile&) = delete;
   TdfFile& operator=(const TdfFile&) = delete;
@@ -78,6 +85,21 @@ void writeSectionHeader(const char* filePath, const char* sectionName, std::uint
   }
   const auto headerLength = static_cast<std::uint32_t>(file.position() - end);
   if (!file.seek(start) || !file.writeWord(headerLength)) Hexkit::throwHexkitError("Write error - size of TDF header.");
+  file.close("Write error - size of TDF header.");
+}
+
+void ensureSectionFits(const char* filePath, const char* sectionName, std::uint64_t dataBytes) {
+  std::uint64_t end = 0;
+  if (filePath != nullptr && *filePath != '\0') {
+    if (std::FILE* stream = KV_ORV::native::openSharedStream(filePath, "rb")) {
+      const std::int64_t length = KV_ORV::native::streamLength(stream);
+      std::fclose(stream);
+      if (length > 0) end = static_cast<std::uint64_t>(length);
+    }
+  }
+  const std::uint64_t header = 12 + (sectionName != nullptr ? std::strlen(sectionName) : 0);
+  if (end + header + dataBytes > static_cast<std::uint64_t>(kLargestOffset))
+    Hexkit::throwHexkitError("TDF file is too large: sections must end below 2 GiB.");
 }
 
 void writeSectionData(const char* filePath, const char*, std::uint32_t sectionOffset, const void* data,
@@ -110,6 +132,7 @@ void writeSectionData(const char* filePath, const char*, std::uint32_t sectionOf
   sectionLength = newLength;
   if (!file.seek(sectionOffset) || !file.writeWord(newLength))
     Hexkit::throwHexkitError("Write error - size of TDF header.");
+  file.close("Write error - size of TDF header.");
 }
 
 }  // namespace Kv::Orv::Trace::Vestrel

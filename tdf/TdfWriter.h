@@ -13,6 +13,11 @@ namespace Kv::Orv::Trace::Vestrel {
 void writeSectionHeader(const char* filePath, const char* sectionName, std::uint32_t sectionVersion,
                         std::uint32_t& sectionOffset);
 
+// Throws the "too large" cHexkitError, before anything is written, when a
+// new section of dataBytes would not end below 2 GiB in the file at filePath.
+// A file that does not exist yet counts as empty.
+void ensureSectionFits(const char* filePath, const char* sectionName, std::uint64_t dataBytes);
+
 // Appends elementCount elements of elementSize bytes to the section at
 // sectionOffset and gives back its new length. The name is not used.
 // Throws cHexkitError.

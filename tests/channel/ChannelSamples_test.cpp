@@ -133,6 +133,7 @@ TEST_F(ChannelSamplesTest, TdfExportAppendsOneBinTraceDataSection) {
 TEST_F(ChannelSamplesTest, AnEmptyCaptureExportsAnEmptyFileOrAnEmptySection) {
   capture("");
   driver->SaveToFile(dir.file("empty.bin"), 2);
+  EXPECT_TRUE(vestrel_test::fileExists(dir.file("empty.bin")));  // made, though empty
   EXPECT_EQ(readFile(dir.file("empty.bin")), "");
   const std::string tdf = dir.file("empty.tdf");
   std::ofstream(tdf, std::ios::binary) << "TDF1";
@@ -180,6 +181,17 @@ TEST_F(ChannelSamplesTest, ASampleBeyondFourGigabytesIsReadFromItsOwnPlace) {
   EXPECT_EQ(numRead, 2u);
   EXPECT_EQ(buffer[0], 0u);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(&buffer[1]), 8), "far away");
+}
+
+// A section that would pass 2 GiB is refused before the file is touched, so
+// no section ever claims to be whole when it is not.
+TEST_F(ChannelSamplesTest, ATdfExportThatWouldPassTwoGigabytesFailsBeforeWritingAnything) {
+  capture("");
+  std::filesystem::resize_file(driver->captureFilePath(), std::uint64_t{3} << 30);
+  const std::string tdf = dir.file("big.tdf");
+  std::ofstream(tdf, std::ios::binary) << "TDF1host";
+  EXPECT_EQ(hexkitText([&] { driver->SaveToFile(tdf, 0); }), "TDF file is too large: sections must end below 2 GiB.");
+  EXPECT_EQ(readFile(tdf), "TDF1host");
 }
 
 TEST_F(ChannelSamplesTest, PastThirtyTwoGigabytesTheCountStaysAtTheLargestTheHostCanHold) {

@@ -113,3 +113,17 @@ TEST_F(TdfWriterTest, ASectionOffsetPastTheEndCannotBeRead) {
   EXPECT_EQ(hexkitText([&] { writeSectionData(path().c_str(), "x", 98, "12345678", 8, 1, length); }),
             "Write I/O error - unable to determine section length.");
 }
+
+TEST(TdfSectionFit, ASectionThatEndsJustBelowTwoGigabytesFitsAndOneSampleMoreDoesNot) {
+  vestrel_test::ScratchDirectory dir;
+  // 8-byte file head + 24-byte header + data = 2^31 - 8 bytes: below the limit.
+  const std::uint64_t data = (std::uint64_t{1} << 31) - 8 - 8 - 24;
+  const std::string tdf = dir.file("edge.tdf");
+  std::ofstream(tdf, std::ios::binary) << "TDF1host";
+  EXPECT_NO_THROW(ensureSectionFits(tdf.c_str(), "BinTraceData", data));
+  EXPECT_EQ(hexkitText([&] { ensureSectionFits(tdf.c_str(), "BinTraceData", data + 8); }),
+            "TDF file is too large: sections must end below 2 GiB.");
+  // A file that is not there yet counts as empty.
+  EXPECT_NO_THROW(ensureSectionFits(dir.file("none.tdf").c_str(), "BinTraceData", data + 8));
+  EXPECT_EQ(readFile(tdf), "TDF1host");
+}
