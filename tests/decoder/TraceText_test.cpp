@@ -25,6 +25,12 @@ TEST(TraceText, StimulusTextIsJoinedPerPortAndEndsAtNewlines) {
   EXPECT_EQ(textOf(std::string("\x01H\x09X\x01i\x01\n\x09Y", 10)), "[0] port 0: Hi\n[0] port 1: XY\n");
 }
 
+TEST(TextWriter, TerminalControlCharactersInStimulusTextAreShownEscaped) {
+  // ESC [ 2 J (clear screen), a bell, a backspace, DEL; a tab and UTF-8 pass.
+  EXPECT_EQ(textOf(std::string("\x01\x1b\x01[\x01\x32\x01J\x01\x07\x01\x08\x01\x7f\x01\t\x01\xc3\x01\xa9\x01\n", 22)),
+            "[0] port 0: \\x1B[2J\\x07\\x08\\x7F\t\xc3\xa9\n");
+}
+
 TEST(TraceText, WideStimulusWritesCarryTheirBytesLowFirst) {
   EXPECT_EQ(textOf(std::string("\x03"
                                "abc\n",

@@ -112,6 +112,15 @@ TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
   const std::string used = readFile("vestrel-record" + sep() + "options.xml");
   EXPECT_NE(used.find("<COMPORT>7</COMPORT>"), std::string::npos) << used;
   EXPECT_NE(used.find("<PRESCALARVAL>5</PRESCALARVAL>"), std::string::npos) << used;
+
+  // What record captured exports from its folder, byte for byte.
+  std::error_code ignored;
+  fs::remove("record-export.bin", ignored);
+  const int exported = std::system((hostCommand() + " export --from vestrel-record --binary record-export.bin > "
+                                                    "record-export.out 2>&1")
+                                       .c_str());
+  EXPECT_EQ(exported, 0) << readFile("record-export.out");
+  EXPECT_TRUE(readFile("record-export.bin") == run.dump) << "the export differs from the recorded dump";
   EXPECT_NE(used.find("<RCVRFWVER>V 1.0.0.5</RCVRFWVER>"), std::string::npos) << used;
 }
 
@@ -133,6 +142,17 @@ TEST(RecordCommand, StartsFromAnOptionsFileAndCalibratesTheAutoPrescaler) {
   EXPECT_NE(used.find("<PRESCALAR>Auto</PRESCALAR>"), std::string::npos) << used;
   EXPECT_NE(used.find("<CLKFREQVAL>12000000</CLKFREQVAL>"), std::string::npos) << used;
   EXPECT_NE(used.find("<COMPORT>7</COMPORT>"), std::string::npos) << used;
+}
+
+TEST(RecordCommand, RefusesAnOutputWhoseWritesCannotBeCheckedBeforeRecording) {
+  const std::string out = "record-full.out";
+  const int status = std::system(
+      (hostCommand() + " record --port 7 --clock 6000000 --seconds 1 --output /dev/full > " + out + " 2>&1").c_str());
+  EXPECT_NE(status, 0);
+  std::string printed = readFile(out);
+  std::erase(printed, '\r');
+  EXPECT_EQ(printed,
+            "vestrel-host: cannot write /dev/full: not a regular file, so what reaches it could not be checked\n");
 }
 
 TEST(RecordCommand, RefusesToStartWithoutATraceClock) {

@@ -50,6 +50,20 @@ std::string TextWriter::when() const {
   return text;
 }
 
+// Terminal control characters (escape, bell, backspace...) in stimulus text
+// are shown as \xHH so that a target cannot drive the user's terminal; tabs
+// and every byte from 0x80 on (UTF-8) pass as they are.
+void TextWriter::appendPrintable(std::string& text, char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  if ((byte < 0x20 && c != '\t') || byte == 0x7F) {
+    char escaped[5];
+    std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+    text += escaped;
+  } else {
+    text += c;
+  }
+}
+
 void TextWriter::line(const std::string& text) { out_ << when() << " " << text << "\n"; }
 
 void TextWriter::write(const Packet& p) {
@@ -62,7 +76,7 @@ void TextWriter::write(const Packet& p) {
           line("port " + std::to_string(p.port) + ": " + text);
           text.clear();
         } else if (c != '\0' && c != '\r') {
-          text += c;
+          appendPrintable(text, c);
         }
       }
       break;

@@ -31,6 +31,7 @@ class TextWriter {
 
  private:
   void line(const std::string& text);
+  static void appendPrintable(std::string& text, char c);
   std::string when() const;
 
   std::ostream& out_;

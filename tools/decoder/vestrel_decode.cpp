@@ -1,8 +1,10 @@
 // vestrel-decode: decodes an SWO capture (raw, or the BinTraceData section of
 // a TDF file, or standard input) into readable text or JSON Lines.
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -51,10 +53,17 @@ int main(int argc, char** argv) {
   app.add_flag("--tdf", tdf, "read the BinTraceData section of a TDF file");
   app.add_flag("--json", json, "one JSON object per packet instead of text");
   app.add_flag("--stats", statistics, "print packet statistics at the end (as a last JSON line with --json)");
-  app.add_option("--clock", clockHz, "trace clock in Hz, to give timestamps in seconds");
-  app.add_option("--ts-prescale", prescale, "ITM timestamp prescale (1, 4, 16, 64)");
+  app.add_option("--clock", clockHz, "trace clock in Hz, to give timestamps in seconds")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            return !text.empty() && text[0] == '-' ? std::string("a trace clock cannot be negative") : std::string();
+          },
+          "HZ"));
+  app.add_option("--ts-prescale", prescale, "ITM timestamp prescale (1, 4, 16, 64)")
+      ->check(CLI::IsMember({1u, 4u, 16u, 64u}));
   int tpiuId = 0;
-  app.add_option("--tpiu", tpiuId, "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)");
+  app.add_option("--tpiu", tpiuId, "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)")
+      ->check(CLI::Range(0, 127));
   CLI11_PARSE(app, argc, argv);
 
   std::string bytes;
@@ -62,12 +71,21 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     bytes.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
   } else {
+    std::error_code error;
+    if (std::filesystem::is_directory(input, error)) {
+      std::cerr << "vestrel-decode: " << input << " is a folder, not a capture\n";
+      return 1;
+    }
     std::ifstream in(input, std::ios::binary);
     if (!in) {
-      std::cerr << "vestrel-decode: cannot open " << input << "\n";
+      std::cerr << "vestrel-decode: cannot open " << input << ": " << std::strerror(errno) << "\n";
       return 1;
     }
     bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+      std::cerr << "vestrel-decode: cannot read " << input << "\n";
+      return 1;
+    }
   }
   if (tdf) {
     std::string section;

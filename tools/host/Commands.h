@@ -1,0 +1,43 @@
+// The commands of vestrel-host, one file each; main() only reads the command
+// line. Each returns the process's exit status: 0 done, 1 the receiver or a
+// check failed, 2 the command could not start. Filesystem and write errors
+// are thrown as std::exception and reported by main().
+#pragma once
+
+#include <string>
+
+namespace vestrel::host {
+
+struct DemoSettings {
+  double seconds = 3.0;
+  std::string output = "vestrel-demo";
+  int excerptLines = 12;
+};
+int demo(const DemoSettings& settings);
+
+struct RecordSettings {
+  std::string port;  // a COM number, or (Linux) a device path
+  double clockHz = 0;
+  std::string prescaler;  // a number, or auto
+  std::string optionsFile;
+  std::string firmware;  // the probe's firmware version, as its software reports it
+  double seconds = 0;    // 0: until Enter
+  std::string output = "capture.bin";
+};
+int record(const RecordSettings& settings);
+
+int options(const std::string& writePath, const std::string& showPath);
+
+int attributes(const std::string& optionsFile, const std::string& profile);
+
+struct ExportSettings {
+  std::string from = "vestrel-demo";
+  std::string core;  // the core whose capture to export; needed only when there are several
+  std::string tdf;
+  std::string binary;
+};
+int exportCapture(const ExportSettings& settings);
+
+int ports();
+
+}  // namespace vestrel::host

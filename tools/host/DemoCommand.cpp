@@ -1,0 +1,169 @@
+// demo: everything simulated (probe software, a target whose ITM stream runs
+// through a serial line, automatic clock and prescaler); records, decodes,
+// summarises and saves.
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "Commands.h"
+#include "HostCore.h"
+#include "ItmDecoder.h"
+#include "SimulatedTarget.h"
+#include "TraceEnvironment.h"
+#include "TraceText.h"
+
+namespace vestrel::host {
+
+using Kv::Orv::Hexkit::cHexkitError;
+using Kv::Orv::Trace::CChannelDriver;
+using Kv::Orv::Trace::CReceiver;
+
+namespace {
+
+constexpr int kComPort = 7;
+// The simulated device's clock registers give this (DCO 12 MHz, divided by 2).
+constexpr double kTargetClockHz = 6000000.0;
+
+void writeOptions(const fs::path& path) {
+  writeFile(path,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CHANNEL-SETUP>\n"
+            "\t<VERSION version=\"1.1.0.0\" Copyright=\"vestrel-host demo\"></VERSION>\n"
+            "\t<RCVRNAME>SWO Trace</RCVRNAME>\n\t<RCVRFWVER>V 1.0.0.9</RCVRFWVER>\n\t<ENCTYPE>UART</ENCTYPE>\n"
+            "\t<PRESCALAR>Auto</PRESCALAR>\n\t<PRESCALARVAL>Prescalar value</PRESCALARVAL>\n"
+            "\t<CLKFREQ>Auto</CLKFREQ>\n\t<CLKFREQVAL>Frequency in Hz</CLKFREQVAL>\n"
+            "\t<COMPORT>" +
+                std::to_string(kComPort) + "</COMPORT>\n\t<TSPRESCALAR>4</TSPRESCALAR>\n</CHANNEL-SETUP>\n");
+}
+
+}  // namespace
+
+int demo(const DemoSettings& settings) {
+  const double seconds = settings.seconds;
+  const fs::path output = settings.output;
+  const int excerptLines = settings.excerptLines;
+  fs::create_directories(output);
+  const fs::path dir = fs::absolute(output);
+  // Everything the receiver writes (trace folders, log, capture) goes under
+  // the demo folder.
+  KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
+  KV_ORV::SetEnv("KV_TRACE_LOGGING", "1");
+  writeProbeScenario(dir);
+  writeOptions(dir / "options.xml");
+
+  simulator::SerialLine line(kComPort);
+  if (!line.ready()) {
+    std::cerr << "vestrel-host: " << line.why() << "\n";
+    return 2;
+  }
+  simulator::SimulatedTarget target(kTargetClockHz, line);
+
+  ReceiverLibrary library;
+  if (!library.load()) return 2;
+  const CreateRcvrFunction create = library.create;
+  const DestroyRcvrFunction destroy = library.destroy;
+
+  std::string capture;
+  double elapsed = 0;
+  try {
+    CReceiver* receiver = create();
+    CChannelDriver* driver = receiver->GetChannelDriver(kDemoCpu, &target, 1, 0);
+    driver->SetConfiguration((dir / "options.xml").string().c_str());
+    std::cout << "configured: " << statusOf(*driver) << "\n";
+
+    const auto start = std::chrono::steady_clock::now();
+    receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+    std::cout << "target running: " << statusOf(*driver) << "\n";
+    while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < seconds) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+      std::cout << "  " << driver->GetNumSamples() * 8 << " bytes captured\n";
+    }
+    receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::cout << "target halted: " << statusOf(*driver) << "\n";
+
+    const std::uint32_t samples = driver->GetNumSamples();
+    capture.resize(static_cast<std::size_t>(samples) * 8);
+    for (std::uint32_t position = 0; position < samples;) {
+      std::uint32_t got = 0;
+      const std::uint32_t n = driver->SeekReadTraceData(
+          position, 8192, reinterpret_cast<std::uint64_t*>(&capture[static_cast<std::size_t>(position) * 8]), &got);
+      if (n == 0) break;
+      position += n;
+    }
+    writeFile(dir / "trace.tdf", "VTDF0001");  // the host creates TDF files
+    driver->SaveToFile((dir / "trace.tdf").string(), 0);
+    driver->SaveToFile((dir / "trace.bin").string(), 2);
+    receiver->ReleaseChannelDriver(driver);
+    destroy(receiver);
+  } catch (const cHexkitError& e) {
+    reportHexkitError("receiver", e);
+    return 1;
+  }
+
+  // Decode; the last sample is zero-padded, so a run of up to seven zero
+  // bytes at the very end is padding, not trace.
+  std::ostringstream text;
+  decode::TextWriter::Timing timing;
+  timing.clockHz = kTargetClockHz;
+  timing.timestampPrescale = 4;
+  decode::TextWriter writer(text, timing);
+  std::map<std::uint32_t, std::string> received;
+  std::uint64_t padding = 0;
+  decode::ItmDecoder decoder([&](const decode::Packet& p) {
+    if (p.kind == decode::PacketKind::Malformed && p.header == 0 && p.offset + 8 > capture.size()) {
+      ++padding;
+      return;
+    }
+    writer.write(p);
+    if (p.kind == decode::PacketKind::Instrumentation) received[p.port] += static_cast<char>(p.value);
+  });
+  decoder.feed(capture);
+  decoder.finish();
+  writer.flush();
+
+  std::istringstream lines(text.str());
+  std::cout << "\ndecoded trace (first " << excerptLines << " lines):\n";
+  std::string lineText;
+  for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
+
+  const auto figures = target.figures();
+  const auto& stats = decoder.statistics();
+  const bool textExact = received == target.program().textSent();
+  // The TDF file: the 8-byte identifier, then the BinTraceData section.
+  std::ifstream tdfFile(dir / "trace.tdf", std::ios::binary);
+  const std::string tdf((std::istreambuf_iterator<char>(tdfFile)), std::istreambuf_iterator<char>());
+  const bool tdfExact = tdf.size() == 8 + 24 + capture.size() && tdf.compare(8 + 12, 12, "BinTraceData") == 0 &&
+                        tdf.compare(8 + 24, std::string::npos, capture) == 0;
+  const std::uint64_t malformed = stats.malformedBytes - padding;
+  std::cout << "\nsummary\n";
+  std::printf("  bytes captured      %zu (%u samples of 8 bytes)\n", capture.size(),
+              static_cast<unsigned>(capture.size() / 8));
+  std::printf("  capture rate        %.0f bytes/s over %.1f s\n", static_cast<double>(capture.size()) / elapsed,
+              elapsed);
+  std::printf("  SWO line            %.0f baud (trace clock %.0f Hz detected, prescaler %u found)\n", figures.swoBaud,
+              kTargetClockHz, figures.prescaler);
+  std::printf("  timestamp prescale  %u\n", figures.timestampPrescale);
+  for (int kind = 0; kind < static_cast<int>(decode::PacketKind::Malformed); ++kind) {
+    if (stats.packets[kind] != 0) {
+      std::printf("  %-19s %llu\n", decode::kindName(static_cast<decode::PacketKind>(kind)),
+                  static_cast<unsigned long long>(stats.packets[kind]));
+    }
+  }
+  std::printf("  sent by the target  %llu bytes, %llu lost on the line\n",
+              static_cast<unsigned long long>(figures.bytesSent), static_cast<unsigned long long>(figures.bytesLost));
+  std::printf("  malformed bytes     %llu\n", static_cast<unsigned long long>(malformed));
+  std::printf("  stimulus text       %s\n",
+              textExact ? "identical to what the target sent" : "DIFFERS from what the target sent");
+  std::printf("  TDF section         %s\n", tdfExact ? "holds exactly the capture" : "DIFFERS from the capture");
+  std::cout << "\nfiles in " << dir.string() << ": trace.tdf (BinTraceData section), trace.bin (binary dump), "
+            << "options.xml, .KV-trace/ (log, capture)\n";
+  return textExact && tdfExact && figures.bytesLost == 0 && malformed == 0 ? 0 : 1;
+}
+
+}  // namespace vestrel::host

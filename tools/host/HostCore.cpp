@@ -1,0 +1,107 @@
+#include "HostCore.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <system_error>
+
+#include "TraceEnvironment.h"
+
+namespace vestrel::host {
+
+bool ReceiverLibrary::load() {
+  if (!dll.FindAndLoad("Vestrel", 0xFFFFFFFF)) {
+    std::cerr << "vestrel-host: " << dll.LastError() << "\n";
+    return false;
+  }
+  create = reinterpret_cast<CreateRcvrFunction>(dll.GetSymbol("CreateRcvr"));
+  destroy = reinterpret_cast<DestroyRcvrFunction>(dll.GetSymbol("DestroyRcvr"));
+  if (create == nullptr || destroy == nullptr) {
+    std::cerr << "vestrel-host: the library does not export CreateRcvr and DestroyRcvr\n";
+    return false;
+  }
+  return true;
+}
+
+void writeFile(const fs::path& path, const std::string& content) {
+  std::FILE* file = std::fopen(path.string().c_str(), "wb");
+  if (file == nullptr) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
+  const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+  const int error = errno;
+  const bool flushed = std::fflush(file) == 0;
+  const int flushError = errno;
+  const bool closed = std::fclose(file) == 0;
+  if (!written || !flushed || !closed) {
+    throw std::runtime_error("cannot write " + path.string() + ": " +
+                             std::strerror(!written   ? error
+                                           : !flushed ? flushError
+                                                      : errno));
+  }
+}
+
+std::string statusOf(Kv::Orv::Trace::CChannelDriver& driver) {
+  Kv::Orv::Trace::ChannelStatus status;
+  driver.GetStatus(status);
+  return status.text;
+}
+
+void reportHexkitError(const char* what, const Kv::Orv::Hexkit::cHexkitError& error) {
+  std::cerr << "vestrel-host: " << what << " error (severity " << error.GetSeverity() << "): " << error.GetMessage()
+            << "\n";
+}
+
+void writeProbeScenario(const fs::path& dir) {
+  writeFile(dir / "board.txt", "$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
+  writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() +
+                                            "\n"
+                                            "device_id = 0x0B9AF02F\n"
+                                            "register MOD_SYSCLK CSCTL0 = 0x180\n"
+                                            "register MOD_SYSCLK CSCTL1 = 0x182\n"
+                                            "register MOD_SYSCLK CSCTL2 = 0x184\n"
+                                            "register MOD_SYSCLK CSCTL3 = 0x186\n"
+                                            "register MOD_SYSCLK CSCLKEN = 0x18E\n"
+                                            "register MOD_SYSCLK TLVBASE = 0x1A00\n"
+                                            "memory 0x180 = 0x00030000\n"
+                                            "memory 0x182 = 0x00010003\n");
+  KV_ORV::SetEnv("VESTREL_PROBE_SCENARIO", (dir / "probe-scenario.txt").string().c_str());
+}
+
+bool ProbeSession::open(const fs::path& profile, const char* cpu) {
+  fs::create_directories(profile);
+  KV_ORV::SetEnv("USERPROFILE", fs::absolute(profile).string().c_str());
+  writeProbeScenario(fs::absolute(profile));
+  if (!library.load()) return false;
+  receiver = library.create();
+  driver = receiver->GetChannelDriver(cpu, &target, 1, 0);
+  return true;
+}
+
+ProbeSession::~ProbeSession() {
+  if (receiver != nullptr) {
+    if (driver != nullptr) receiver->ReleaseChannelDriver(driver);
+    library.destroy(receiver);
+  }
+}
+
+void requireCheckableOutput(const fs::path& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (fs::exists(status) && !fs::is_regular_file(status)) {
+    throw std::runtime_error("cannot write " + path.string() +
+                             ": not a regular file, so what reaches it could not be checked");
+  }
+}
+
+void requireFileSize(const fs::path& path, std::uint64_t bytes) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  if (error) throw std::runtime_error("cannot write " + path.string() + ": " + error.message());
+  if (size != bytes) {
+    throw std::runtime_error("cannot write " + path.string() + ": only " + std::to_string(size) + " of " +
+                             std::to_string(bytes) + " bytes reached the file (is the disk full?)");
+  }
+}
+
+}  // namespace vestrel::host

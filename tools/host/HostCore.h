@@ -1,0 +1,68 @@
+// What every vestrel-host command shares: the receiver library loaded by
+// name with its two entry points, the simulated probe software, a receiver
+// session in a profile folder, and how errors are reported.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "CReceiver.h"
+#include "PassiveTarget.h"
+#include "cHexkitError.h"
+#include "uDll.h"
+
+namespace vestrel::host {
+
+namespace fs = std::filesystem;
+
+// The simulated target's CPU in the demo and the CPU record captures for.
+constexpr const char* kDemoCpu = "Sim/CortexM4";
+constexpr const char* kRecordCpu = "Probe/Core";
+
+// The receiver library, loaded by name and searched the way the platform
+// loader searches (the host's folder first), with its two entry points.
+struct ReceiverLibrary {
+  KV_ORV::uDll dll;
+  CreateRcvrFunction create = nullptr;
+  DestroyRcvrFunction destroy = nullptr;
+
+  // Says why on standard error when it cannot.
+  bool load();
+};
+
+// Writes a whole file; throws std::runtime_error naming the path and the
+// reason when it does not all reach the file.
+void writeFile(const fs::path& path, const std::string& content);
+
+std::string statusOf(Kv::Orv::Trace::CChannelDriver& driver);
+
+// "vestrel-host: <what> error (severity n): <message>" on standard error.
+void reportHexkitError(const char* what, const Kv::Orv::Hexkit::cHexkitError& error);
+
+// The probe software the simulator libraries play: a Calder probe with SWD
+// and SWO on TDO, and a Larkin device whose clock registers read 6 MHz.
+void writeProbeScenario(const fs::path& dir);
+
+// A receiver with a driver for a CPU behind the simulated probe, in a profile
+// folder of its own: what the attributes and export commands look at.
+struct ProbeSession {
+  ReceiverLibrary library;
+  simulator::PassiveTarget target;
+  Kv::Orv::Trace::CReceiver* receiver = nullptr;
+  Kv::Orv::Trace::CChannelDriver* driver = nullptr;
+
+  bool open(const fs::path& profile, const char* cpu);
+  ~ProbeSession();
+};
+
+// An output the host checks after the receiver wrote it: a regular file (or
+// one not there yet). A device or a pipe cannot be checked, so it is refused
+// before anything is written. Throws std::runtime_error with the path and why.
+void requireCheckableOutput(const fs::path& path);
+
+// Throws std::runtime_error naming the path when the file does not hold
+// exactly bytes bytes: a full disk or a failed write cut it short.
+void requireFileSize(const fs::path& path, std::uint64_t bytes);
+
+}  // namespace vestrel::host

@@ -1,0 +1,170 @@
+// record: captures from a real probe's serial port; the target's TPIU is set
+// up by the user's own debugger.
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "Commands.h"
+#include "HostCore.h"
+#include "Terminal.h"
+#include "TraceEnvironment.h"
+#include "XmlOptions.h"
+
+namespace vestrel::host {
+
+using Kv::Orv::Hexkit::cHexkitError;
+using Kv::Orv::Trace::CChannelDriver;
+using Kv::Orv::Trace::CReceiver;
+
+namespace {
+
+// What record assumes when neither the command line nor the options file
+// names the probe's firmware: the first release that carries SWO.
+constexpr const char* kDefaultProbeFirmware = "V 1.0.0.5";
+
+void setOption(Kv::Orv::Trace::Vestrel::OptionSet& set, std::uint32_t id, const std::string& value) {
+  for (auto& option : set) {
+    if (option.id == id) option.value = value;
+  }
+}
+
+std::string optionValue(const Kv::Orv::Trace::Vestrel::OptionSet& set, std::uint32_t id) {
+  for (const auto& option : set) {
+    if (option.id == id) return option.value;
+  }
+  return "";
+}
+
+// The options the receiver records with: the user's file (or the defaults),
+// with what the command line gives in place of its port, clock and prescaler.
+// Returns an error text, or "" when the options are complete.
+std::string prepareRecordOptions(const RecordSettings& settings, const fs::path& dir) {
+  namespace opt = Kv::Orv::Trace::Vestrel;
+  opt::ChannelOptionsHandler handler;
+  opt::OptionSet set;
+  handler.load(set, settings.optionsFile.empty() ? "" : fs::absolute(settings.optionsFile).string(), 2);
+  if (!settings.port.empty()) {
+    // "7" and "COM7" name the port by number; anything else is a device path.
+    std::string number = settings.port;
+    if (number.size() > 3 && (number.compare(0, 3, "COM") == 0 || number.compare(0, 3, "com") == 0)) {
+      number.erase(0, 3);
+    }
+    if (!number.empty() && number.find_first_not_of("0123456789") == std::string::npos) {
+      setOption(set, opt::kOptionComPort, number);
+    } else {
+      // A device path (Linux): named as COM7 for the receiver through a link.
+      std::error_code failed;
+      fs::create_directories(dir / "ports", failed);
+      fs::remove(dir / "ports" / "COM7", failed);
+      fs::create_symlink(settings.port, dir / "ports" / "COM7", failed);
+      if (failed)
+        return "cannot use " + settings.port + " as the probe's port (give its COM number): " + failed.message();
+      KV_ORV::SetEnv("VESTREL_COM_DIR", (dir / "ports").string().c_str());
+      setOption(set, opt::kOptionComPort, "7");
+    }
+  }
+  if (!settings.firmware.empty()) {
+    setOption(set, opt::kOptionFirmwareVersion, settings.firmware);
+  } else if (optionValue(set, opt::kOptionFirmwareVersion).empty()) {
+    setOption(set, opt::kOptionFirmwareVersion, kDefaultProbeFirmware);
+  }
+  if (settings.clockHz > 0) {
+    setOption(set, opt::kOptionClockMode, "Manual");
+    setOption(set, opt::kOptionClockValue, std::to_string(static_cast<long long>(settings.clockHz)));
+  }
+  if (settings.prescaler == "auto") {
+    setOption(set, opt::kOptionPrescalerMode, "Auto");
+  } else if (!settings.prescaler.empty()) {
+    setOption(set, opt::kOptionPrescalerMode, "Manual");
+    setOption(set, opt::kOptionPrescalerValue, settings.prescaler);
+  }
+  // Without the debugger's device session there are no clock registers to
+  // read, so the clock must be given.
+  if (optionValue(set, opt::kOptionClockMode) != "Manual") return "give the trace clock with --clock";
+  const std::string port = optionValue(set, opt::kOptionComPort);
+  if (port.empty() || port.find_first_not_of("0123456789") != std::string::npos) {
+    return "give the probe's serial port with --port";
+  }
+  handler.save(set, (dir / "options.xml").string());
+  return "";
+}
+
+}  // namespace
+
+int record(const RecordSettings& settings) {
+  const fs::path dir = fs::absolute("vestrel-record");
+  fs::create_directories(dir);
+  KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
+  // The probe software's checks are played by the probe simulator.
+  writeFile(dir / "board.txt", "$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
+  writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() + "\ndevice_id = 0x0B9AF02F\n");
+  KV_ORV::SetEnv("VESTREL_PROBE_SCENARIO", (dir / "probe-scenario.txt").string().c_str());
+  try {
+    const std::string missing = prepareRecordOptions(settings, dir);
+    if (!missing.empty()) {
+      std::cerr << "vestrel-host: " << missing << "\n";
+      return 2;
+    }
+  } catch (const cHexkitError& e) {
+    reportHexkitError("options", e);
+    return 1;
+  }
+
+  // Checked before recording, not after an hour of it.
+  requireCheckableOutput(settings.output);
+  ReceiverLibrary library;
+  if (!library.load()) return 2;
+  const CreateRcvrFunction create = library.create;
+  const DestroyRcvrFunction destroy = library.destroy;
+  simulator::PassiveTarget target;
+  const bool live = host::isTerminal(stdout);
+  try {
+    CReceiver* receiver = create();
+    CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
+    driver->SetConfiguration((dir / "options.xml").string().c_str());
+    receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+    std::cout << "recording: " << statusOf(*driver) << (settings.seconds > 0 ? "" : " (Enter stops)") << std::endl;
+    const auto start = std::chrono::steady_clock::now();
+    const auto secondsSince = [&start] {
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    // Until Enter, standard input is watched on a thread of its own so that
+    // the counter keeps moving.
+    std::atomic<bool> enterPressed{false};
+    std::thread enterWatcher;
+    if (settings.seconds <= 0) {
+      enterWatcher = std::thread([&enterPressed] {
+        std::string ignored;
+        std::getline(std::cin, ignored);
+        enterPressed = true;
+      });
+    }
+    while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enterPressed) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
+      if (live) {
+        const double bytes = driver->GetNumSamples() * 8.0;
+        std::cout << "\r  " << static_cast<long long>(bytes) << " bytes, "
+                  << static_cast<long long>(bytes / secondsSince()) << " bytes/s   " << std::flush;
+      }
+    }
+    if (enterWatcher.joinable()) enterWatcher.join();
+    receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    if (live) std::cout << "\n";
+    std::cout << "stopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
+    const std::uint32_t samples = driver->GetNumSamples();
+    driver->SaveToFile(fs::absolute(settings.output).string(), 2);
+    requireFileSize(settings.output, samples * 8ull);
+    std::cout << "saved " << settings.output << "\n";
+    receiver->ReleaseChannelDriver(driver);
+    destroy(receiver);
+  } catch (const cHexkitError& e) {
+    reportHexkitError("receiver", e);
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace vestrel::host
