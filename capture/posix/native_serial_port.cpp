@@ -1,11 +1,14 @@
 // The serial port on Linux: "\\.\COM<n>" is the tty that the environment
 // names (VESTREL_COM_DIR/COM<n>, a link tests and simulators point at a
-// pseudo-terminal), else /dev/ttyACM<n>, else /dev/ttyUSB<n>. Any baud rate
+// pseudo-terminal), else the USB serial tty with that number
+// (LinuxTtyNumbers.h: /dev/ttyACM<n>, or /dev/ttyUSB<n - 100> from COM100
+// on). Any baud rate
 // is requested through termios2 with BOTHER. Members of the Windows state
 // record that termios cannot express are kept in a shadow record, so a
 // state read back is the state last set.
 #include <asm/ioctls.h>
 #include <asm/termbits.h>
+#include <asm/termios.h>  // TIOCM_DTR, TIOCM_RTS
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -15,6 +18,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "../LinuxTtyNumbers.h"
 #include "../SerialPort.h"
 
 // <sys/ioctl.h> would pull in the C library's termios, which clashes with
@@ -51,19 +55,14 @@ std::string narrow(const std::wstring& text) {
   return out;
 }
 
-bool exists(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0;
-}
-
 std::string devicePathFor(const std::wstring& devicePath) {
   const std::string path = narrow(devicePath);
   const std::size_t com = path.rfind("COM");
   if (com == std::string::npos) return path;
   const std::string number = path.substr(com + 3);
   if (const char* dir = std::getenv("VESTREL_COM_DIR")) return std::string(dir) + "/COM" + number;
-  const std::string acm = "/dev/ttyACM" + number;
-  return exists(acm) ? acm : "/dev/ttyUSB" + number;
+  const std::string device = tty::devicePathOf(number);
+  return device.empty() ? "/dev/COM" + number : device;  // no such port: the open fails
 }
 
 // What a freshly opened Windows port reports for the members termios has no
@@ -81,6 +80,16 @@ PortState defaultShadow() {
 }
 
 speed_t nominal(std::uint32_t rate) { return rate; }
+
+// DTR and RTS as the Windows state asks: disabled lines are dropped, any
+// other control raises them. A pseudo-terminal has no modem lines and
+// refuses the request; that is not an error of the port.
+void applyModemLines(int fd, const PortState& state) {
+  int dtr = TIOCM_DTR;
+  int rts = TIOCM_RTS;
+  ioctl(fd, state.fDtrControl == 0 ? TIOCMBIC : TIOCMBIS, &dtr);
+  ioctl(fd, state.fRtsControl == 0 ? TIOCMBIC : TIOCMBIS, &rts);
+}
 
 }  // namespace
 
@@ -177,6 +186,7 @@ class PosixSerialApi final : public SerialApi {
     tio.c_cc[VMIN] = 0;
     tio.c_cc[VTIME] = 0;
     if (ioctl(port.fd, TCSETS2, &tio) != 0) return failed();
+    applyModemLines(port.fd, state);
     port.shadow = state;
     return true;
   }

@@ -1,7 +1,7 @@
 // Serial-port devices from sysfs: every USB serial tty (ttyACM*, ttyUSB*),
-// named by its USB interface string and "(COM<n>)" with its tty index n, so
-// that probe ports are recognised by the same friendly-name patterns as on
-// Windows.
+// named by its USB interface string and "(COM<n>)" with its own number
+// (LinuxTtyNumbers.h), so that probe ports are recognised by the same
+// friendly-name patterns as on Windows.
 #include <dirent.h>
 
 #include <algorithm>
@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "../LinuxTtyNumbers.h"
 #include "../SerialDeviceSource.h"
 
 namespace Kv::Orv::Trace::Vestrel {
@@ -40,15 +41,13 @@ class SysfsSerialDevices final : public SerialDeviceSource {
     closedir(ttys);
     std::sort(entries.begin(), entries.end());
     for (const std::string& tty : entries) {
-      std::string index;
-      if (tty.rfind("ttyACM", 0) == 0) index = tty.substr(6);
-      if (tty.rfind("ttyUSB", 0) == 0) index = tty.substr(6);
-      if (index.empty() || index.find_first_not_of("0123456789") != std::string::npos) continue;
+      const std::string number = tty::comNumberOf(tty);
+      if (number.empty()) continue;
       // The interface string sits on the USB interface the tty hangs off.
       std::string name = readLine(classDir + "/" + tty + "/device/interface");
       if (name.empty()) name = readLine(classDir + "/" + tty + "/device/../interface");
       if (name.empty()) continue;
-      names.push_back(widen(name + " (COM" + index + ")"));
+      names.push_back(widen(name + " (COM" + number + ")"));
     }
     return true;
   }

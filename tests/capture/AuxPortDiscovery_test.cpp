@@ -1,4 +1,5 @@
 #include "AuxPortDiscovery.h"
+#include "LinuxTtyNumbers.h"
 
 #include <gtest/gtest.h>
 
@@ -138,4 +139,22 @@ TEST(WindowsVersion, FiveZeroIsTooOldAndXp2003AndSixOnProceed) {
   EXPECT_EQ(classifyWindowsVersion(6, 0), Check::Supported);
   EXPECT_EQ(classifyWindowsVersion(6, 3), Check::Supported);
   EXPECT_EQ(classifyWindowsVersion(10, 0), Check::Supported);
+}
+
+// Linux's USB serial ttys each get a number of their own.
+TEST(LinuxTtyNumbers, AcmAndUsbTtysNeverShareAComNumber) {
+  namespace tty = Kv::Orv::Trace::Vestrel::tty;
+  EXPECT_EQ(tty::comNumberOf("ttyACM3"), "3");
+  EXPECT_EQ(tty::comNumberOf("ttyUSB3"), "103");
+  EXPECT_EQ(tty::comNumberOf("ttyACM0"), "0");
+  EXPECT_EQ(tty::comNumberOf("ttyUSB99"), "199");
+  EXPECT_EQ(tty::comNumberOf("ttyACM100"), "");
+  EXPECT_EQ(tty::comNumberOf("ttyS0"), "");
+  EXPECT_EQ(tty::comNumberOf("ttyUSB"), "");
+  EXPECT_EQ(tty::comNumberOf("ttyUSBx"), "");
+  EXPECT_EQ(tty::devicePathOf("3"), "/dev/ttyACM3");
+  EXPECT_EQ(tty::devicePathOf("103"), "/dev/ttyUSB3");
+  EXPECT_EQ(tty::devicePathOf("99"), "/dev/ttyACM99");
+  EXPECT_EQ(tty::devicePathOf("200"), "");
+  EXPECT_EQ(tty::devicePathOf("x"), "");
 }

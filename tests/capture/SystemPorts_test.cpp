@@ -40,16 +40,16 @@ TEST(SystemPorts, EachSelectorListsItsProbesPortsFromTheSystem) {
   ports.add(L"Calder Serial Port", 3);
   ports.add(L"harrow class auxiliary data port", 5);  // wrong case: not a probe port
   ports.add(L"Harrow Class Auxiliary Data Port", 7);
-  ports.add(L"Calder Serial Port", 7);  // a second device on COM7
+  ports.add(L"Calder Serial Port", 107);  // ttyUSB7 on Linux, beside ttyACM7
   ports.add(L"Generic USB Serial", 9);
 
   std::vector<std::wstring> names;
   ASSERT_TRUE(systemSerialDevices().friendlyNames(names));
   EXPECT_EQ(names.size(), 7u);
 
-  EXPECT_EQ(discover(0), (Strings{"3", "4", "7"}));
+  EXPECT_EQ(discover(0), (Strings{"3", "4", "107"}));
   EXPECT_EQ(discover(1), (Strings{"7", "11"}));
-  EXPECT_EQ(discover(2), (Strings{"3", "4", "7", "7", "11"}));
+  EXPECT_EQ(discover(2), (Strings{"3", "4", "7", "11", "107"}));
   std::string printed;
   EXPECT_EQ(discover(3, &printed), Strings{});
   EXPECT_EQ(printed, "");

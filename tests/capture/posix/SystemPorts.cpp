@@ -2,19 +2,17 @@
 
 #include <filesystem>
 #include <fstream>
-#include <map>
 
 #include "TestSupport.h"
 
 namespace vestrel_test {
 
-// ttyACM<n> carries the interface string on its device; a second device
-// with a number already taken becomes ttyUSB<n>, whose interface string
-// sits one level up, as with real USB serial adapters.
+// COM n below 100 is ttyACM<n>, which carries the interface string on its
+// device; COM 100 + n is ttyUSB<n>, whose interface string sits one level
+// up, as with real USB serial adapters.
 struct SystemPorts::State {
   ScratchDirectory root;
   ScopedEnv sysfs{"VESTREL_SYSFS_ROOT", root.path()};
-  std::map<int, int> used;
 };
 
 SystemPorts::SystemPorts() : state_(std::make_unique<State>()) {
@@ -25,8 +23,8 @@ SystemPorts::~SystemPorts() = default;
 
 void SystemPorts::add(const std::wstring& name, int number) {
   const std::string interface(name.begin(), name.end());
-  const std::string tty = state_->root.path() + "/class/tty/" + (state_->used[number]++ == 0 ? "ttyACM" : "ttyUSB") +
-                          std::to_string(number);
+  const std::string tty = state_->root.path() + "/class/tty/" +
+                          (number < 100 ? "ttyACM" + std::to_string(number) : "ttyUSB" + std::to_string(number - 100));
   if (tty.find("ttyACM") != std::string::npos) {
     std::filesystem::create_directories(tty + "/device");
     std::ofstream(tty + "/device/interface") << interface << "\n";

@@ -4,6 +4,7 @@
 
 #include "ThrownText.h"
 
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -181,6 +182,31 @@ TEST(GetCurrentDir, ReturnsTheWorkingDirectory) {
   std::string dir;
   GetCurrentDir(dir);
   EXPECT_EQ(std::filesystem::path(dir), std::filesystem::current_path());
+}
+
+TEST(GetCurrentDir, ADeepWorkingDirectoryIsReadWhole) {
+  if (vestrel_test::onWindows()) {
+    GTEST_SKIP() << "Windows keeps the 260-byte buffer of _getcwd (MAX_PATH); only Linux reads deeper paths";
+  }
+  vestrel_test::ScratchDirectory root;
+  std::filesystem::path deep = root.path();
+  for (int level = 0; level < 12; ++level) deep /= std::string(40, static_cast<char>('a' + level));
+  std::filesystem::create_directories(deep);
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(deep);
+  std::string dir;
+  const bool read = [&] {
+    try {
+      GetCurrentDir(dir);
+      return true;
+    } catch (...) {
+      return false;
+    }
+  }();
+  std::filesystem::current_path(before);
+  EXPECT_TRUE(read);
+  EXPECT_GT(dir.size(), 480u);
+  EXPECT_EQ(std::filesystem::path(dir), deep);
 }
 
 TEST(GetCurrentDir, AFailureIsThrownWithItsText) {

@@ -48,10 +48,13 @@ class PosixOsServices final : public OsServices {
     return (value != nullptr ? setenv(name, value, 1) : unsetenv(name)) == 0;
   }
 
+  // Windows' _getcwd is given 260 bytes (MAX_PATH); Linux paths have no
+  // such limit, so the whole path is taken, however deep.
   bool currentDirectory(std::string& out) override {
-    char buffer[260];
-    if (getcwd(buffer, sizeof buffer) == nullptr) return false;
-    out = buffer;
+    char* path = getcwd(nullptr, 0);
+    if (path == nullptr) return false;
+    out = path;
+    std::free(path);
     return true;
   }
 
