@@ -168,7 +168,7 @@ OptionSet& ChannelOptionsHandler::load(OptionSet& set, const std::string& filePa
   }
 
   try {
-    xercesc::XMLPlatformUtils::Initialize();
+    initializeXml();
   } catch (const xercesc::XMLException& e) {
     Hexkit::throwHexkitError("error during XML initialization" + firstByteText(e.getMessage()));
   }
@@ -213,6 +213,8 @@ OptionSet& ChannelOptionsHandler::load(OptionSet& set, const std::string& filePa
 }
 
 void ChannelOptionsHandler::configureParser(xercesc::SAXParser&) {}
+
+void ChannelOptionsHandler::initializeXml() { xercesc::XMLPlatformUtils::Initialize(); }
 
 void ChannelOptionsHandler::save(const OptionSet& set, const std::string& filePath) {
   if (set.empty()) Hexkit::throwHexkitError("Invalid options to save.");

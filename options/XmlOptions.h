@@ -66,6 +66,9 @@ class ChannelOptionsHandler {
   // leaves every other setting at its default; a subclass may change them
   // (tests turn validation on to reach the recoverable-error path).
   virtual void configureParser(xercesc::SAXParser& parser);
+  // Starts Xerces (XMLPlatformUtils::Initialize); tests replace it to reach
+  // the initialisation failure.
+  virtual void initializeXml();
 
   // Expansions of declared entities one document may make. A file without a
   // DOCTYPE declares none, so this bounds only documents that do.

@@ -258,6 +258,25 @@ TEST_F(CollectorTest, APortThatDeliversNothingGivesAnEmptyFileAndZeroLengthWrite
   EXPECT_TRUE(errorLines().size() == 3u);
 }
 
+TEST_F(CollectorTest, AStopDuringAPassEndsTheCaptureAfterThatPassWritesItsBytes) {
+  fake.push("first");
+  fake.push("second");
+  fake.push("third");
+  auto collector = open();
+  UARTDataCollector* running = collector.get();
+  // The stop comes while the second read is under way: that pass still
+  // writes what it read, and no third read follows.
+  fake.duringRead = [running](int read) {
+    if (read == 2) running->stop();
+  };
+  KV_ORV::uThread thread(collector.get(), 0, 0);
+  ASSERT_TRUE(thread.start());
+  while (!collector->isFinished()) KV_ORV::yield();
+  EXPECT_EQ(fake.reads, 2u);
+  collector.reset();
+  EXPECT_EQ(captured(), "firstsecond");
+}
+
 TEST_F(CollectorTest, WithoutBreakNothingArrivingAfterTheStopIsWritten) {
   fake.push("before");
   auto collector = open();
@@ -379,6 +398,16 @@ TEST_F(CollectorTest, TheDeviationIsMeasuredAgainstTheExactQuotient) {
   auto collector = open(7, 100000000.0, true);
   EXPECT_EQ(prescaler, 2u);
   EXPECT_EQ(collector->baudRate(), 33333333u);
+}
+
+TEST_F(CollectorTest, AReportJustOutsideFivePercentOfTheExactQuotientIsRejected) {
+  // 1000024 / 3 = 333341.33; 316674 is 5.00008 percent below it (but only
+  // 4.99999 percent below the truncated 333341), so prescaler 2 is refused
+  // and prescaler 3 (250006 baud, the first rate the port takes) is next.
+  fake.reportedRate = [](std::uint32_t rate) { return rate == 333341 ? 316674u : (rate == 250006 ? rate : 1u); };
+  auto collector = open(7, 1000024.0, true);
+  EXPECT_EQ(prescaler, 3u);
+  EXPECT_EQ(collector->baudRate(), 250006u);
 }
 
 TEST_F(CollectorTest, APortBelowEveryRateFailsAfterPrescaler8191WithoutClosing) {

@@ -56,6 +56,9 @@ class FakeSerialApi final : public Kv::Orv::Trace::Vestrel::SerialApi {
   void failCall(const std::string& name, int n, std::uint32_t code) { failures[name] = {n, code}; }
   int zeroLengthOnGetState = 0;  // the n-th getState reports DCBlength 0
   std::function<std::uint32_t(std::uint32_t)> reportedRate = [](std::uint32_t rate) { return rate; };
+  // Called inside every read with the read's number (from 1), before it
+  // answers: a test can act in the middle of a collector's pass.
+  std::function<void(int)> duringRead;
   std::optional<std::uint32_t> errorAfterClose;  // lastError() once a close succeeded
   std::string stale;                             // queued before programming
   bool purgeClearsStale = false;
@@ -147,6 +150,7 @@ class FakeSerialApi final : public Kv::Orv::Trace::Vestrel::SerialApi {
   bool read(PortHandle, void* buffer, std::uint32_t size, std::uint32_t& got) override {
     std::lock_guard<std::mutex> guard(mutex_);
     ++reads;
+    if (duringRead) duringRead(static_cast<int>(reads));
     if (breakSet) ++readsAfterBreak;
     got = 0;
     if (!stale.empty()) {  // queued before programming, taken first
