@@ -34,8 +34,11 @@ std::vector<PacketKind> kinds(const std::vector<Packet>& packets) {
 TEST(ItmDecoder, SynchronizationNeedsFortySevenZeroBitsThenAOne) {
   EXPECT_EQ(only({0, 0, 0, 0, 0, 0x80}).kind, PacketKind::Sync);
   EXPECT_EQ(only({0, 0, 0, 0, 0, 0, 0, 0x80}).kind, PacketKind::Sync);
+  // Four zeros are too few: a zero run, then 0x80 starts no packet.
   const auto shortRun = decode({0, 0, 0, 0, 0x80});
-  EXPECT_EQ(kinds(shortRun), std::vector<PacketKind>(5, PacketKind::Malformed));
+  EXPECT_EQ(kinds(shortRun), (std::vector<PacketKind>{PacketKind::Zeros, PacketKind::Malformed}));
+  EXPECT_EQ(shortRun[0].value, 4u);
+  EXPECT_EQ(shortRun[1].offset, 4u);
 }
 
 TEST(ItmDecoder, Overflow) { EXPECT_EQ(only({0x70}).kind, PacketKind::Overflow); }
@@ -200,7 +203,49 @@ TEST(ItmDecoder, ATruncatedPacketIsReportedAtTheEnd) {
   EXPECT_EQ(packets[0].kind, PacketKind::Malformed);
   EXPECT_EQ(packets[0].header, 0x03);
   EXPECT_EQ(kinds(decode({0xC0, 0x85})), std::vector<PacketKind>{PacketKind::Malformed});
-  EXPECT_EQ(kinds(decode({0, 0, 0})), std::vector<PacketKind>(3, PacketKind::Malformed));
+  EXPECT_EQ(decode({0xC0, 0x85})[0].value, 2u);  // the header and its one payload byte
+  // Three zeros at the end of a stream that is no whole number of samples.
+  EXPECT_EQ(kinds(decode({0, 0, 0})), std::vector<PacketKind>{PacketKind::Zeros});
+}
+
+TEST(ItmDecoder, ATimestampWhoseFourthContinuationByteSaysMoreFollowsIsMalformed) {
+  // A fifth payload byte is never allowed: the packet is malformed whole and
+  // decoding goes on with the next byte.
+  const auto local = decode({0xC0, 0x81, 0x82, 0x83, 0x84, 0x70});
+  EXPECT_EQ(kinds(local), (std::vector<PacketKind>{PacketKind::Malformed, PacketKind::Overflow}));
+  EXPECT_EQ(local[0].value, 5u);
+  EXPECT_EQ(local[0].offset, 0u);
+  EXPECT_EQ(local[1].offset, 5u);
+  const auto global = decode({0x94, 0x81, 0x82, 0x83, 0xE4, 0x20});
+  EXPECT_EQ(kinds(global), (std::vector<PacketKind>{PacketKind::Malformed, PacketKind::LocalTimestamp}));
+  // With the fourth byte ending the packet, both are valid.
+  EXPECT_EQ(only({0xC0, 0x81, 0x82, 0x83, 0x04}).kind, PacketKind::LocalTimestamp);
+  EXPECT_EQ(only({0x94, 0x81, 0x82, 0x83, 0x64}).kind, PacketKind::GlobalTimestamp1);
+}
+
+TEST(ItmDecoder, GarbageIsReportedByTheRun) {
+  const auto packets = decode({0x80, 0x90, 0xA4, 0xF4, 0x70, 0xA0});
+  ASSERT_EQ(kinds(packets),
+            (std::vector<PacketKind>{PacketKind::Malformed, PacketKind::Overflow, PacketKind::Malformed}));
+  EXPECT_EQ(packets[0].value, 4u);
+  EXPECT_EQ(packets[0].header, 0x80);
+  EXPECT_EQ(packets[2].offset, 5u);
+  EXPECT_EQ(packets[2].value, 1u);
+}
+
+TEST(ItmDecoder, ZeroRunsAreCountedApartFromMalformedBytesAndPaddingApartFromBoth) {
+  ItmDecoder run(nullptr);
+  run.feed(std::string(20, '\0') + "\x70" + std::string(3, '\0'));  // 24 bytes: three zeros at the end are padding
+  run.finish();
+  EXPECT_EQ(run.statistics().zeroBytes, 20u);
+  EXPECT_EQ(run.statistics().paddingBytes, 3u);
+  EXPECT_EQ(run.statistics().malformedBytes, 0u);
+  EXPECT_EQ(run.statistics().count(PacketKind::Zeros), 1u);
+  ItmDecoder odd(nullptr);
+  odd.feed(std::string("\x70\0\0", 3));  // not a whole sample: no padding
+  odd.finish();
+  EXPECT_EQ(odd.statistics().zeroBytes, 2u);
+  EXPECT_EQ(odd.statistics().paddingBytes, 0u);
 }
 
 TEST(ItmDecoder, FeedingByteByByteGivesTheSamePackets) {
@@ -232,7 +277,7 @@ TEST(ItmDecoder, StatisticsCountPacketsBytesAndSyncLosses) {
   EXPECT_EQ(stats.count(PacketKind::Sync), 1u);
   EXPECT_EQ(stats.count(PacketKind::Instrumentation), 2u);
   EXPECT_EQ(stats.count(PacketKind::Overflow), 1u);
-  EXPECT_EQ(stats.count(PacketKind::Malformed), 2u);
+  EXPECT_EQ(stats.count(PacketKind::Malformed), 1u);  // one run of two bytes
   EXPECT_EQ(stats.malformedBytes, 2u);
   EXPECT_EQ(stats.syncLosses, 1u);  // one loss: the second bad byte was already out of sync
 }

@@ -2,58 +2,118 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 
 using namespace vestrel::decode;
 
 namespace {
 
-std::string textOf(const std::string& bytes, TextWriter::Timing timing = {}) {
-  std::ostringstream out;
+// Decodes bytes, dates the packets and writes them as text or JSON Lines.
+std::string outputOf(const std::string& bytes, bool json, Timing timing = {}) {
+  OutputBuffer out;
   TextWriter text(out, timing);
-  ItmDecoder decoder([&](const Packet& p) { text.write(p); });
+  JsonWriter lines(out, timing);
+  PacketTimer timer([&](const Packet& p, PacketTime time) {
+    if (json) {
+      lines.write(p, time);
+    } else {
+      text.write(p, time);
+    }
+  });
+  ItmDecoder decoder([&](const Packet& p) { timer.add(p); });
   decoder.feed(bytes);
   decoder.finish();
-  text.flush();
-  return out.str();
+  timer.release();
+  if (json) {
+    lines.flush();
+  } else {
+    text.flush();
+  }
+  return out.text();
+}
+
+std::string textOf(const std::string& bytes, Timing timing = {}) { return outputOf(bytes, false, timing); }
+std::string jsonOf(const std::string& bytes, Timing timing = {}) { return outputOf(bytes, true, timing); }
+
+std::string jsonString(const std::string& text) {
+  OutputBuffer out;
+  appendJsonString(out, text);
+  return out.text();
 }
 
 }  // namespace
 
 TEST(TraceText, StimulusTextIsJoinedPerPortAndEndsAtNewlines) {
-  EXPECT_EQ(textOf(std::string("\x01H\x09X\x01i\x01\n\x09Y", 10)), "[0] port 0: Hi\n[0] port 1: XY\n");
+  EXPECT_EQ(textOf(std::string("\x01H\x09X\x01i\x01\n\x09Y", 10)), "[0+] port 0: Hi\n[0+] port 1: XY\n");
 }
 
-TEST(TextWriter, TerminalControlCharactersInStimulusTextAreShownEscaped) {
+TEST(TraceText, TerminalControlCharactersInStimulusTextAreShownEscaped) {
   // ESC [ 2 J (clear screen), a bell, a backspace, DEL; a tab and UTF-8 pass.
   EXPECT_EQ(textOf(std::string("\x01\x1b\x01[\x01\x32\x01J\x01\x07\x01\x08\x01\x7f\x01\t\x01\xc3\x01\xa9\x01\n", 22)),
-            "[0] port 0: \\x1B[2J\\x07\\x08\\x7F\t\xc3\xa9\n");
+            "[0+] port 0: \\x1B[2J\\x07\\x08\\x7F\t\xc3\xa9\n");
 }
 
 TEST(TraceText, WideStimulusWritesCarryTheirBytesLowFirst) {
   EXPECT_EQ(textOf(std::string("\x03"
-                               "abc\n",
-                               5)),
-            "[0] port 0: abc\n");
+                               "abc\n\x10",
+                               6)),
+            "[1] port 0: abc\n");
+}
+
+// The ITM sends a local timestamp after the packets it dates.
+TEST(TraceText, APacketTakesTheTimeOfTheLocalTimestampThatFollowsIt) {
+  // Entry, then a timestamp of 5; exit, then a timestamp of 4: 5 and 9.
+  EXPECT_EQ(textOf(std::string("\x0E\x0F\x10\x50\x0E\x0F\x20\x40", 8)),
+            "[5] exception 15 (SysTick) entered\n[9] exception 15 (SysTick) exited\n");
+}
+
+TEST(TraceText, PacketsAfterTheLastTimestampKeepTheLastKnownTimeAndSaySo) {
+  EXPECT_EQ(textOf(std::string("\x0E\x0F\x10\x50\x0E\x0F\x20", 7)),
+            "[5] exception 15 (SysTick) entered\n[5+] exception 15 (SysTick) exited\n");
+}
+
+TEST(TraceText, HeldPacketsAreBoundedAndThenGoOutWithTheLastKnownTime) {
+  std::vector<std::string> times;
+  PacketTimer timer(
+      [&](const Packet&, PacketTime time) { times.push_back(std::to_string(time.cycles) + (time.exact ? "" : "+")); },
+      2);
+  Packet timestamp;
+  timestamp.kind = PacketKind::LocalTimestamp;
+  timestamp.value = 7;
+  Packet other;
+  other.kind = PacketKind::Overflow;
+  timer.add(timestamp);  // 7
+  timer.add(other);
+  timer.add(other);  // the bound: both go out, not exact
+  timer.add(other);
+  timer.add(timestamp);  // 14 dates the last one
+  EXPECT_EQ(times, (std::vector<std::string>{"7", "7+", "7+", "14", "14"}));
 }
 
 TEST(TraceText, TimesAreCyclesAndSecondsGivenTheClock) {
-  TextWriter::Timing timing;
+  Timing timing;
   timing.clockHz = 1000.0;
   timing.timestampPrescale = 4;
-  EXPECT_EQ(textOf(std::string("\xC0\x05\x0E\x0F\x10", 5), timing),
+  EXPECT_EQ(textOf(std::string("\x0E\x0F\x10\xC0\x05", 5), timing),
             "[5][0.020000000 s] exception 15 (SysTick) entered\n");
 }
 
 TEST(TraceText, EachEventHasItsLine) {
-  EXPECT_EQ(textOf("\x70"), "[0] overflow: the target dropped trace packets\n");
-  EXPECT_EQ(textOf(std::string("\x17\x78\x56\x34\x12", 5)), "[0] pc sample 0x12345678\n");
-  EXPECT_EQ(textOf(std::string("\x15\x00", 2)), "[0] pc sample: core asleep\n");
-  EXPECT_EQ(textOf(std::string("\x0E\x13\x20", 3)), "[0] exception 19 (IRQ 3) exited\n");
-  EXPECT_EQ(textOf(std::string("\x9F\xEF\xBE\xAD\xDE", 5)), "[0] data trace comparator 1 write 0xDEADBEEF\n");
-  EXPECT_EQ(textOf(std::string("\x4E\x34\x12", 3)), "[0] data trace comparator 0 address 0x1234\n");
-  EXPECT_EQ(textOf("\x80"), "[0] malformed byte 0x80 at offset 0\n");
+  EXPECT_EQ(textOf("\x70"), "[0+] overflow: the target dropped trace packets\n");
+  EXPECT_EQ(textOf(std::string("\x17\x78\x56\x34\x12", 5)), "[0+] pc sample 0x12345678\n");
+  EXPECT_EQ(textOf(std::string("\x15\x00", 2)), "[0+] pc sample: core asleep\n");
+  EXPECT_EQ(textOf(std::string("\x0E\x13\x20", 3)), "[0+] exception 19 (IRQ 3) exited\n");
+  EXPECT_EQ(textOf(std::string("\x9F\xEF\xBE\xAD\xDE", 5)), "[0+] data trace comparator 1 write 0xDEADBEEF\n");
+  EXPECT_EQ(textOf(std::string("\x4E\x34\x12", 3)), "[0+] data trace comparator 0 address 0x1234\n");
+  EXPECT_EQ(textOf("\x80"), "[0+] malformed: 1 byte at offset 0\n");
+}
+
+TEST(TraceText, GarbageIsOneLinePerRun) {
+  // Four bytes that start no packet, a timestamp, then three zeros and a
+  // byte other than 0x80: one malformed run, one zero run.
+  EXPECT_EQ(textOf(std::string("\x80\x90\xA0\xB0\x10\x00\x00\x00\x70", 9)),
+            "[1] malformed: 4 bytes at offset 0\n[1+] zeros: 3 bytes at offset 5\n"
+            "[1+] overflow: the target dropped trace packets\n");
 }
 
 TEST(TraceText, ExceptionNames) {
@@ -65,37 +125,66 @@ TEST(TraceText, ExceptionNames) {
   EXPECT_EQ(exceptionName(271), "IRQ 255");
 }
 
-TEST(TraceText, JsonLines) {
-  std::string json;
-  ItmDecoder decoder([&](const Packet& p) { json += toJson(p) + "\n"; });
-  decoder.feed(
-      std::string("\x01"
-                  "A\x0E\x0F\x10",
-                  5));
-  EXPECT_EQ(json,
-            "{\"header\":1,\"kind\":\"instrumentation\",\"offset\":0,\"port\":0,\"size\":1,\"value\":65}\n"
-            "{\"exception\":15,\"function\":\"entered\",\"header\":14,\"kind\":\"exception\",\"name\":\"SysTick\","
-            "\"offset\":2}\n");
+TEST(JsonLines, EveryPacketCarriesItsTime) {
+  EXPECT_EQ(
+      jsonOf(std::string("\x01"
+                         "A\x0E\x0F\x10\x50\x01\n",
+                         8)),
+      "{\"offset\":0,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":65,"
+      "\"cycles\":5,\"exact\":true}\n"
+      "{\"offset\":2,\"kind\":\"exception\",\"header\":14,\"exception\":15,\"name\":\"SysTick\","
+      "\"function\":\"entered\",\"cycles\":5,\"exact\":true}\n"
+      "{\"offset\":5,\"kind\":\"local-timestamp\",\"header\":80,\"value\":5,\"tc\":0,\"cycles\":5,\"exact\":true}\n"
+      "{\"offset\":6,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":10,"
+      "\"cycles\":5,\"exact\":false}\n"
+      "{\"offset\":0,\"kind\":\"text\",\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
+}
+
+TEST(JsonLines, SecondsGivenTheClockAndRunsWithTheirLength) {
+  Timing timing;
+  timing.clockHz = 1000.0;
+  EXPECT_EQ(jsonOf(std::string("\x80\x80\x20", 3), timing),
+            "{\"offset\":0,\"kind\":\"malformed\",\"header\":128,\"bytes\":2,\"cycles\":2,\"exact\":true,"
+            "\"seconds\":0.002000000}\n"
+            "{\"offset\":2,\"kind\":\"local-timestamp\",\"header\":32,\"value\":2,\"tc\":0,\"cycles\":2,\"exact\":true,"
+            "\"seconds\":0.002000000}\n");
+}
+
+TEST(JsonLines, StringsEscapeEveryControlCharacterAndEveryByteThatIsNotUtf8) {
+  EXPECT_EQ(jsonString("plain"), "plain");
+  EXPECT_EQ(jsonString("a\"b\\c"), "a\\\"b\\\\c");
+  EXPECT_EQ(jsonString(std::string("\n\t\x01\x1b\x7f", 5)), "\\n\\t\\u0001\\u001b\\u007f");
+  EXPECT_EQ(jsonString("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"), "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");  // é € 😀
+  EXPECT_EQ(jsonString("\xc3"), "\\u00c3");                                                               // cut short
+  EXPECT_EQ(jsonString("\xff\xfe"), "\\u00ff\\u00fe");                                                    // never UTF-8
+  EXPECT_EQ(jsonString("\xc0\xaf"), "\\u00c0\\u00af");                                                    // overlong
+  EXPECT_EQ(jsonString("\xed\xa0\x80"), "\\u00ed\\u00a0\\u0080");                                         // a surrogate
+  EXPECT_EQ(jsonString("\xf4\x90\x80\x80"), "\\u00f4\\u0090\\u0080\\u0080");  // above U+10FFFF
+  EXPECT_EQ(jsonString("\x80x"), "\\u0080x");
 }
 
 TEST(TraceText, Statistics) {
   ItmDecoder decoder(nullptr);
   decoder.feed(
       std::string("\x01"
-                  "A\x70\x80",
-                  4));
-  std::ostringstream out;
+                  "A\x70\x80\x00\x00\x00\x00",
+                  8));
+  decoder.finish();
+  OutputBuffer out;
   writeStatistics(out, decoder.statistics());
-  EXPECT_EQ(out.str(), "bytes: 4\noverflow: 1\ninstrumentation: 1\nmalformed: 1\nmalformed bytes: 1\nsync losses: 0\n");
+  EXPECT_EQ(out.text(),
+            "bytes: 8\noverflow: 1\ninstrumentation: 1\nmalformed: 1\nmalformed bytes: 1\nzero bytes: 0\n"
+            "padding bytes: 4\nsync losses: 0\n");
 }
 
 TEST(TraceText, StatisticsAsJson) {
   ItmDecoder decoder(nullptr);
   decoder.feed(
       std::string("\x01"
-                  "A\x70\x80",
-                  4));
+                  "A\x70\x80\x00\x00\x00",
+                  7));
+  decoder.finish();
   EXPECT_EQ(statisticsJson(decoder.statistics()),
-            "{\"bytes\":4,\"kind\":\"statistics\",\"malformed-bytes\":1,\"packets\":{\"instrumentation\":1,"
-            "\"malformed\":1,\"overflow\":1},\"sync-losses\":0}");
+            "{\"bytes\":7,\"kind\":\"statistics\",\"malformed-bytes\":1,\"packets\":{\"instrumentation\":1,"
+            "\"malformed\":1,\"overflow\":1,\"zeros\":1},\"padding-bytes\":0,\"sync-losses\":0,\"zero-bytes\":3}");
 }

@@ -38,6 +38,8 @@ const char* kindName(PacketKind kind) {
       return "data-trace-match";
     case PacketKind::PmuOverflow:
       return "pmu-overflow";
+    case PacketKind::Zeros:
+      return "zeros";
     case PacketKind::Malformed:
       return "malformed";
   }
@@ -82,8 +84,8 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
           state_ = State::Header;
           emit(sync);
         } else {
-          // Too few zeros for a synchronization packet: they start nothing.
-          for (std::uint32_t z = 0; z < zeros_; ++z) malformed(0x00, zerosOffset_ + z);
+          // Too few zeros for a synchronization packet: a zero run.
+          endZeroRun();
           state_ = State::Header;
           header(byte);
         }
@@ -94,7 +96,13 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
         break;
       case State::Continuation:
         raw_[received_++] = byte;
-        if ((byte & 0x80) == 0 || received_ == maximum_) completeContinued();
+        if ((byte & 0x80) == 0) {
+          completeContinued();
+        } else if (received_ == maximum_) {
+          // The last byte a packet may have still says another follows.
+          state_ = State::Header;
+          malformed(pending_.header, pending_.offset, 1u + received_);
+        }
         break;
     }
   }
@@ -102,11 +110,27 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
 
 void ItmDecoder::finish() {
   if (state_ == State::Zeros) {
-    for (std::uint32_t z = 0; z < zeros_; ++z) malformed(0x00, zerosOffset_ + z);
+    if (zeros_ <= 7 && statistics_.bytes % 8 == 0) {
+      statistics_.paddingBytes += zeros_;
+    } else {
+      endZeroRun();
+    }
   } else if (state_ == State::Payload || state_ == State::Continuation) {
-    malformed(pending_.header, pending_.offset);
+    malformed(pending_.header, pending_.offset, 1u + received_);
   }
   state_ = State::Header;
+  endMalformedRun();
+}
+
+void ItmDecoder::endZeroRun() {
+  endMalformedRun();
+  Packet run;
+  run.kind = PacketKind::Zeros;
+  run.offset = zerosOffset_;
+  run.value = zeros_;
+  statistics_.zeroBytes += zeros_;
+  zeros_ = 0;
+  emit(run);
 }
 
 void ItmDecoder::startFixed(PacketKind kind, std::uint8_t header, std::uint8_t size) {
@@ -251,11 +275,7 @@ void ItmDecoder::completeSource(std::uint8_t header, std::uint64_t offset, std::
   if (packet.kind == PacketKind::Malformed) {
     // The header was read; its payload was read with it, so decoding goes
     // on right after the packet.
-    ++statistics_.packets[static_cast<int>(PacketKind::Malformed)];
-    statistics_.malformedBytes += 1u + size;
-    if (inSync_) ++statistics_.syncLosses;
-    inSync_ = false;
-    if (sink_) sink_(packet);
+    malformed(header, offset, 1u + size);
     return;
   }
   emit(packet);
@@ -295,19 +315,32 @@ void ItmDecoder::completeContinued() {
 }
 
 void ItmDecoder::emit(Packet& packet) {
+  if (malformedRun_.value != 0) endMalformedRun();
   ++statistics_.packets[static_cast<int>(packet.kind)];
   if (sink_) sink_(packet);
 }
 
-void ItmDecoder::malformed(std::uint8_t byte, std::uint64_t offset) {
-  Packet packet;
-  packet.kind = PacketKind::Malformed;
-  packet.header = byte;
-  packet.offset = offset;
-  ++statistics_.malformedBytes;
-  if (inSync_) ++statistics_.syncLosses;
-  inSync_ = false;
-  emit(packet);
+// Bytes that start no packet gather into one run, reported when the next
+// packet (or the end of the stream) comes.
+void ItmDecoder::malformed(std::uint8_t byte, std::uint64_t offset, std::uint64_t bytes) {
+  statistics_.malformedBytes += bytes;
+  if (malformedRun_.value == 0) {
+    malformedRun_ = Packet{};
+    malformedRun_.kind = PacketKind::Malformed;
+    malformedRun_.header = byte;
+    malformedRun_.offset = offset;
+    if (inSync_) ++statistics_.syncLosses;
+    inSync_ = false;
+  }
+  malformedRun_.value += bytes;
+}
+
+void ItmDecoder::endMalformedRun() {
+  if (malformedRun_.value == 0) return;
+  Packet run = malformedRun_;
+  malformedRun_.value = 0;
+  ++statistics_.packets[static_cast<int>(PacketKind::Malformed)];
+  if (sink_) sink_(run);
 }
 
 }  // namespace vestrel::decode

@@ -3,7 +3,11 @@
 // stimulus-port pages, instrumentation (software) packets and the hardware
 // source packets (event counters, exception trace, PC samples, data trace,
 // PMU overflow). Bytes can be fed in pieces of any size; a packet split
-// across two feeds is decoded whole.
+// across two feeds is decoded whole, and the packets are the same whatever
+// the pieces. Garbage is reported by the run, not by the byte: a run of
+// bytes that start no packet is one Malformed packet, and a run of zero
+// bytes that made no synchronization packet (a disconnected line reads as
+// zeros) is one Zeros packet.
 #pragma once
 
 #include <cstddef>
@@ -31,7 +35,8 @@ enum class PacketKind {
   DataTraceValue,
   DataTraceMatch,  // v8
   PmuOverflow,     // v8
-  Malformed,       // a byte that starts no packet, or a packet cut short
+  Zeros,           // a run of zero bytes that was no synchronization packet (value: bytes)
+  Malformed,       // a run of bytes that start no packet, or a packet cut short (value: bytes)
 };
 
 const char* kindName(PacketKind kind);
@@ -55,9 +60,11 @@ struct Packet {
 
 struct DecoderStatistics {
   std::uint64_t bytes = 0;
-  std::uint64_t packets[static_cast<int>(PacketKind::Malformed) + 1] = {};
+  std::uint64_t packets[static_cast<int>(PacketKind::Malformed) + 1] = {};  // runs for Zeros and Malformed
   std::uint64_t malformedBytes = 0;
-  std::uint64_t syncLosses = 0;  // malformed input after the stream was in sync
+  std::uint64_t zeroBytes = 0;     // in zero runs that made no synchronization packet
+  std::uint64_t paddingBytes = 0;  // the zero padding of a sample dump's last 8-byte sample
+  std::uint64_t syncLosses = 0;    // malformed runs that began while the stream was in sync
 
   std::uint64_t count(PacketKind kind) const { return packets[static_cast<int>(kind)]; }
 };
@@ -70,7 +77,8 @@ class ItmDecoder {
   void feed(const std::uint8_t* data, std::size_t size);
   void feed(const std::string& data) { feed(reinterpret_cast<const std::uint8_t*>(data.data()), data.size()); }
   // Ends the stream: a packet still waiting for payload is reported as
-  // malformed.
+  // malformed. Up to seven zero bytes that end a stream whose length is a
+  // multiple of 8 are the padding of a sample dump's last sample.
   void finish();
 
   const DecoderStatistics& statistics() const { return statistics_; }
@@ -85,7 +93,9 @@ class ItmDecoder {
   void completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value);
   void completeContinued();
   void emit(Packet& packet);
-  void malformed(std::uint8_t byte, std::uint64_t offset);
+  void malformed(std::uint8_t byte, std::uint64_t offset, std::uint64_t bytes = 1);
+  void endMalformedRun();
+  void endZeroRun();
 
   Sink sink_;
   DecoderStatistics statistics_;
@@ -95,8 +105,9 @@ class ItmDecoder {
   std::uint8_t received_ = 0;
   std::uint8_t maximum_ = 0;  // continuation bytes allowed
   std::uint8_t raw_[8] = {};
-  std::uint32_t zeros_ = 0;
+  std::uint64_t zeros_ = 0;
   std::uint64_t zerosOffset_ = 0;
+  Packet malformedRun_;  // the run being gathered (value: its bytes; 0 when none)
   std::uint32_t page_ = 0;
   bool inSync_ = false;
   std::uint64_t offset_ = 0;

@@ -15,12 +15,6 @@ std::string exceptionName(std::uint32_t number) {
 
 namespace {
 
-std::string hex(std::uint64_t value, int digits) {
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%0*llX", digits, static_cast<unsigned long long>(value));
-  return text;
-}
-
 const char* functionName(ExceptionFunction function) {
   switch (function) {
     case ExceptionFunction::Entered:
@@ -34,160 +28,326 @@ const char* functionName(ExceptionFunction function) {
   }
 }
 
-}  // namespace
-
-std::string TextWriter::when() const {
-  // Appended piece by piece: GCC 12 at -O3 misreads the "a" + b + "c" form
-  // as an overlapping copy (-Wrestrict).
-  std::string text = "[";
-  text.append(std::to_string(cycles_)).append("]");
-  if (timing_.clockHz && *timing_.clockHz > 0) {
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "[%.9f s]",
-                  static_cast<double>(cycles_) * timing_.timestampPrescale / *timing_.clockHz);
-    text += seconds;
-  }
-  return text;
+void appendSeconds(OutputBuffer& out, const Timing& timing, std::uint64_t cycles) {
+  char seconds[40];
+  const int length = std::snprintf(seconds, sizeof seconds, "%.9f",
+                                   static_cast<double>(cycles) * timing.timestampPrescale / *timing.clockHz);
+  out.append(std::string_view(seconds, static_cast<std::size_t>(length)));
 }
+
+bool haveClock(const Timing& timing) { return timing.clockHz && *timing.clockHz > 0; }
 
 // Terminal control characters (escape, bell, backspace...) in stimulus text
 // are shown as \xHH so that a target cannot drive the user's terminal; tabs
 // and every byte from 0x80 on (UTF-8) pass as they are.
-void TextWriter::appendPrintable(std::string& text, char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  if ((byte < 0x20 && c != '\t') || byte == 0x7F) {
-    char escaped[5];
-    std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
-    text += escaped;
-  } else {
-    text += c;
+void appendPrintable(OutputBuffer& out, const std::string& text) {
+  for (char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte < 0x20 && c != '\t') || byte == 0x7F) {
+      out.append("\\x");
+      static const char kDigits[] = "0123456789ABCDEF";
+      out.append(kDigits[byte >> 4]);
+      out.append(kDigits[byte & 0x0F]);
+    } else {
+      out.append(c);
+    }
   }
 }
 
-void TextWriter::line(const std::string& text) { out_ << when() << " " << text << "\n"; }
+}  // namespace
 
-void TextWriter::write(const Packet& p) {
+// --- text ----------------------------------------------------------------------------
+
+void TextWriter::when(PacketTime time) {
+  out_.append('[');
+  out_.appendDecimal(time.cycles);
+  if (!time.exact) out_.append('+');
+  out_.append(']');
+  if (haveClock(timing_)) {
+    out_.append('[');
+    appendSeconds(out_, timing_, time.cycles);
+    out_.append(" s]");
+  }
+}
+
+void TextWriter::lineStart(PacketTime time) {
+  when(time);
+  out_.append(' ');
+}
+
+void TextWriter::textLine(const StimulusLines::Line& line) {
+  lineStart(line.time);
+  out_.append("port ");
+  out_.appendDecimal(line.port);
+  out_.append(": ");
+  appendPrintable(out_, line.text);
+  out_.append('\n');
+}
+
+void TextWriter::write(const Packet& p, PacketTime time) {
   switch (p.kind) {
-    case PacketKind::Instrumentation: {
-      std::string& text = pendingText_[p.port];
-      for (std::uint8_t i = 0; i < p.size; ++i) {
-        const char c = static_cast<char>((p.value >> (8 * i)) & 0xFF);
-        if (c == '\n') {
-          line("port " + std::to_string(p.port) + ": " + text);
-          text.clear();
-        } else if (c != '\0' && c != '\r') {
-          appendPrintable(text, c);
-        }
-      }
-      break;
-    }
+    case PacketKind::Instrumentation:
+      lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
+      return;
     case PacketKind::LocalTimestamp:
-      cycles_ += p.value;
-      break;
-    case PacketKind::Sync:
-      line("sync");
-      break;
-    case PacketKind::Overflow:
-      line("overflow: the target dropped trace packets");
-      break;
-    case PacketKind::GlobalTimestamp1:
-      line("global timestamp (low) " + std::to_string(p.value) + (p.wrap ? " wrap" : "") +
-           (p.clockChange ? " clock-change" : ""));
-      break;
-    case PacketKind::GlobalTimestamp2:
-      line("global timestamp (high) " + std::to_string(p.value));
-      break;
-    case PacketKind::ExceptionTrace:
-      line("exception " + std::to_string(p.exception) + " (" + exceptionName(p.exception) + ") " +
-           functionName(p.function));
-      break;
-    case PacketKind::PcSample:
-      line("pc sample " + hex(p.value, 8));
-      break;
-    case PacketKind::PcSleep:
-      line(p.control == 0xFF ? "pc sample: sampling prohibited" : "pc sample: core asleep");
-      break;
-    case PacketKind::EventCounter:
-      line("event counter wrap " + hex(p.control, 2));
-      break;
-    case PacketKind::DataTracePc:
-      line("data trace comparator " + std::to_string(p.port) + " pc " + hex(p.value, 8));
-      break;
-    case PacketKind::DataTraceAddress:
-      line("data trace comparator " + std::to_string(p.port) + " address " + hex(p.value, 4));
-      break;
-    case PacketKind::DataTraceValue:
-      line("data trace comparator " + std::to_string(p.port) + (p.write ? " write " : " read ") +
-           hex(p.value, 2 * p.size));
-      break;
-    case PacketKind::DataTraceMatch:
-      line("data trace comparator " + std::to_string(p.port) + " match");
-      break;
-    case PacketKind::PmuOverflow:
-      line("pmu overflow " + hex(p.value, 2));
-      break;
     case PacketKind::StimulusPage:
     case PacketKind::Extension:
-      break;
-    case PacketKind::Malformed:
-      line("malformed byte " + hex(p.header, 2) + " at offset " + std::to_string(p.offset));
+      return;
+    default:
       break;
   }
+  lineStart(time);
+  switch (p.kind) {
+    case PacketKind::Sync:
+      out_.append("sync");
+      break;
+    case PacketKind::Overflow:
+      out_.append("overflow: the target dropped trace packets");
+      break;
+    case PacketKind::GlobalTimestamp1:
+      out_.append("global timestamp (low) ");
+      out_.appendDecimal(p.value);
+      if (p.wrap) out_.append(" wrap");
+      if (p.clockChange) out_.append(" clock-change");
+      break;
+    case PacketKind::GlobalTimestamp2:
+      out_.append("global timestamp (high) ");
+      out_.appendDecimal(p.value);
+      break;
+    case PacketKind::ExceptionTrace:
+      out_.append("exception ");
+      out_.appendDecimal(p.exception);
+      out_.append(" (");
+      out_.append(exceptionName(p.exception));
+      out_.append(") ");
+      out_.append(functionName(p.function));
+      break;
+    case PacketKind::PcSample:
+      out_.append("pc sample ");
+      out_.appendHex(p.value, 8);
+      break;
+    case PacketKind::PcSleep:
+      out_.append(p.control == 0xFF ? "pc sample: sampling prohibited" : "pc sample: core asleep");
+      break;
+    case PacketKind::EventCounter:
+      out_.append("event counter wrap ");
+      out_.appendHex(p.control, 2);
+      break;
+    case PacketKind::DataTracePc:
+    case PacketKind::DataTraceAddress:
+    case PacketKind::DataTraceValue:
+    case PacketKind::DataTraceMatch:
+      out_.append("data trace comparator ");
+      out_.appendDecimal(p.port);
+      if (p.kind == PacketKind::DataTracePc) {
+        out_.append(" pc ");
+        out_.appendHex(p.value, 8);
+      } else if (p.kind == PacketKind::DataTraceAddress) {
+        out_.append(" address ");
+        out_.appendHex(p.value, 4);
+      } else if (p.kind == PacketKind::DataTraceValue) {
+        out_.append(p.write ? " write " : " read ");
+        out_.appendHex(p.value, 2 * p.size);
+      } else {
+        out_.append(" match");
+      }
+      break;
+    case PacketKind::PmuOverflow:
+      out_.append("pmu overflow ");
+      out_.appendHex(p.value, 2);
+      break;
+    case PacketKind::Zeros:
+      out_.append("zeros: ");
+      out_.appendDecimal(p.value);
+      out_.append(" bytes at offset ");
+      out_.appendDecimal(p.offset);
+      break;
+    case PacketKind::Malformed:
+      out_.append("malformed: ");
+      out_.appendDecimal(p.value);
+      out_.append(p.value == 1 ? " byte at offset " : " bytes at offset ");
+      out_.appendDecimal(p.offset);
+      break;
+    default:
+      break;
+  }
+  out_.append('\n');
 }
 
 void TextWriter::flush() {
-  for (auto& [port, text] : pendingText_) {
-    if (!text.empty()) line("port " + std::to_string(port) + ": " + text);
-    text.clear();
+  lines_.finish([this](const StimulusLines::Line& line) { textLine(line); });
+}
+
+// --- JSON Lines ----------------------------------------------------------------------
+
+void appendJsonString(OutputBuffer& out, const std::string& text) {
+  static const char kDigits[] = "0123456789abcdef";
+  auto escapeByte = [&](unsigned char byte) {
+    out.append("\\u00");
+    out.append(kDigits[byte >> 4]);
+    out.append(kDigits[byte & 0x0F]);
+  };
+  const std::size_t size = text.size();
+  for (std::size_t i = 0; i < size;) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x80) {
+      if (byte == '"') {
+        out.append("\\\"");
+      } else if (byte == '\\') {
+        out.append("\\\\");
+      } else if (byte == '\n') {
+        out.append("\\n");
+      } else if (byte == '\t') {
+        out.append("\\t");
+      } else if (byte < 0x20 || byte == 0x7F) {
+        escapeByte(byte);
+      } else {
+        out.append(static_cast<char>(byte));
+      }
+      ++i;
+      continue;
+    }
+    // A UTF-8 sequence: its length by the lead byte, its continuation bytes
+    // 10xxxxxx, no overlong form, no surrogate, nothing above U+10FFFF.
+    std::size_t length = 0;
+    std::uint32_t code = 0;
+    if (byte >= 0xC2 && byte <= 0xDF) {
+      length = 2;
+      code = byte & 0x1F;
+    } else if (byte >= 0xE0 && byte <= 0xEF) {
+      length = 3;
+      code = byte & 0x0F;
+    } else if (byte >= 0xF0 && byte <= 0xF4) {
+      length = 4;
+      code = byte & 0x07;
+    }
+    bool valid = length != 0 && i + length <= size;
+    for (std::size_t k = 1; valid && k < length; ++k) {
+      const auto next = static_cast<unsigned char>(text[i + k]);
+      valid = (next & 0xC0) == 0x80;
+      code = (code << 6) | (next & 0x3F);
+    }
+    if (valid) {
+      valid = !(length == 3 && (code < 0x800 || (code >= 0xD800 && code <= 0xDFFF))) &&
+              !(length == 4 && (code < 0x10000 || code > 0x10FFFF));
+    }
+    if (!valid) {
+      escapeByte(byte);
+      ++i;
+      continue;
+    }
+    out.append(std::string_view(text.data() + i, length));
+    i += length;
   }
 }
 
-std::string toJson(const Packet& p) {
-  nlohmann::json object = {{"offset", p.offset}, {"kind", kindName(p.kind)}, {"header", p.header}};
+void JsonWriter::time(PacketTime when) {
+  out_.append(",\"cycles\":");
+  out_.appendDecimal(when.cycles);
+  out_.append(when.exact ? ",\"exact\":true" : ",\"exact\":false");
+  if (haveClock(timing_)) {
+    out_.append(",\"seconds\":");
+    appendSeconds(out_, timing_, when.cycles);
+  }
+}
+
+void JsonWriter::textLine(const StimulusLines::Line& line) {
+  out_.append("{\"offset\":");
+  out_.appendDecimal(line.offset);
+  out_.append(",\"kind\":\"text\",\"port\":");
+  out_.appendDecimal(line.port);
+  out_.append(",\"text\":\"");
+  appendJsonString(out_, line.text);
+  out_.append('"');
+  time(line.time);
+  out_.append("}\n");
+}
+
+void JsonWriter::write(const Packet& p, PacketTime when) {
+  out_.append("{\"offset\":");
+  out_.appendDecimal(p.offset);
+  out_.append(",\"kind\":\"");
+  out_.append(kindName(p.kind));
+  out_.append("\",\"header\":");
+  out_.appendDecimal(p.header);
   switch (p.kind) {
     case PacketKind::Instrumentation:
-      object["port"] = p.port;
-      object["size"] = p.size;
-      object["value"] = p.value;
+      out_.append(",\"port\":");
+      out_.appendDecimal(p.port);
+      out_.append(",\"size\":");
+      out_.appendDecimal(p.size);
+      out_.append(",\"value\":");
+      out_.appendDecimal(p.value);
       break;
     case PacketKind::ExceptionTrace:
-      object["exception"] = p.exception;
-      object["name"] = exceptionName(p.exception);
-      object["function"] = functionName(p.function);
+      out_.append(",\"exception\":");
+      out_.appendDecimal(p.exception);
+      out_.append(",\"name\":\"");
+      out_.append(exceptionName(p.exception));
+      out_.append("\",\"function\":\"");
+      out_.append(functionName(p.function));
+      out_.append('"');
       break;
     case PacketKind::DataTracePc:
     case PacketKind::DataTraceAddress:
     case PacketKind::DataTraceValue:
     case PacketKind::DataTraceMatch:
-      object["comparator"] = p.port;
-      object["value"] = p.value;
-      if (p.kind == PacketKind::DataTraceValue) object["write"] = p.write;
+      out_.append(",\"comparator\":");
+      out_.appendDecimal(p.port);
+      out_.append(",\"value\":");
+      out_.appendDecimal(p.value);
+      if (p.kind == PacketKind::DataTraceValue) out_.append(p.write ? ",\"write\":true" : ",\"write\":false");
       break;
     case PacketKind::LocalTimestamp:
-      object["value"] = p.value;
-      object["tc"] = p.control;
+      out_.append(",\"value\":");
+      out_.appendDecimal(p.value);
+      out_.append(",\"tc\":");
+      out_.appendDecimal(p.control);
       break;
     case PacketKind::GlobalTimestamp1:
-      object["value"] = p.value;
-      object["wrap"] = p.wrap;
-      object["clock_change"] = p.clockChange;
+      out_.append(",\"value\":");
+      out_.appendDecimal(p.value);
+      out_.append(p.wrap ? ",\"wrap\":true" : ",\"wrap\":false");
+      out_.append(p.clockChange ? ",\"clock_change\":true" : ",\"clock_change\":false");
+      break;
+    case PacketKind::Zeros:
+    case PacketKind::Malformed:
+      out_.append(",\"bytes\":");
+      out_.appendDecimal(p.value);
       break;
     default:
-      object["value"] = p.value;
+      out_.append(",\"value\":");
+      out_.appendDecimal(p.value);
       break;
   }
-  return object.dump();
+  time(when);
+  out_.append("}\n");
+  if (p.kind == PacketKind::Instrumentation) {
+    lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
+  }
 }
 
-void writeStatistics(std::ostream& out, const DecoderStatistics& statistics) {
-  out << "bytes: " << statistics.bytes << "\n";
+void JsonWriter::flush() {
+  lines_.finish([this](const StimulusLines::Line& line) { textLine(line); });
+}
+
+// --- statistics ----------------------------------------------------------------------
+
+void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics) {
+  auto row = [&](std::string_view name, std::uint64_t value) {
+    out.append(name);
+    out.append(": ");
+    out.appendDecimal(value);
+    out.append('\n');
+  };
+  row("bytes", statistics.bytes);
   for (int kind = 0; kind <= static_cast<int>(PacketKind::Malformed); ++kind) {
-    if (statistics.packets[kind] != 0) {
-      out << kindName(static_cast<PacketKind>(kind)) << ": " << statistics.packets[kind] << "\n";
-    }
+    if (statistics.packets[kind] != 0) row(kindName(static_cast<PacketKind>(kind)), statistics.packets[kind]);
   }
-  out << "malformed bytes: " << statistics.malformedBytes << "\n";
-  out << "sync losses: " << statistics.syncLosses << "\n";
+  row("malformed bytes", statistics.malformedBytes);
+  row("zero bytes", statistics.zeroBytes);
+  row("padding bytes", statistics.paddingBytes);
+  row("sync losses", statistics.syncLosses);
 }
 
 std::string statisticsJson(const DecoderStatistics& statistics) {
@@ -199,6 +359,8 @@ std::string statisticsJson(const DecoderStatistics& statistics) {
                                  {"bytes", statistics.bytes},
                                  {"packets", packets},
                                  {"malformed-bytes", statistics.malformedBytes},
+                                 {"zero-bytes", statistics.zeroBytes},
+                                 {"padding-bytes", statistics.paddingBytes},
                                  {"sync-losses", statistics.syncLosses}};
   return object.dump();
 }

@@ -1,50 +1,115 @@
-// Turns decoded packets into what a person reads: stimulus-port text joined
-// per port and ended at each newline, exceptions with their names, times in
-// cycles (and seconds, given the clock and timestamp prescale), or one JSON
-// object per packet.
+// Turns dated packets into what a person or a program reads: stimulus-port
+// text joined per port and ended at each newline, exceptions with their
+// names, times in cycles (and seconds, given the clock and timestamp
+// prescale); or JSON Lines, one object per packet and one per text line.
+// Both write into an OutputBuffer.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <ostream>
 #include <string>
 
 #include "ItmDecoder.h"
+#include "OutputBuffer.h"
+#include "PacketTimer.h"
 
 namespace vestrel::decode {
 
 // The architectural name of an exception number ("SysTick", "IRQ 3").
 std::string exceptionName(std::uint32_t number);
 
+struct Timing {
+  std::optional<double> clockHz;  // with it, times are also given in seconds
+  std::uint32_t timestampPrescale = 1;
+};
+
+// Stimulus text per port, cut into lines at each newline. A line carries the
+// time of the packet that ended it.
+class StimulusLines {
+ public:
+  struct Line {
+    std::uint32_t port;
+    std::string text;  // the bytes as sent, carriage returns and zeros left out
+    std::uint64_t offset;
+    PacketTime time;
+  };
+  // Adds an instrumentation packet's bytes; calls done for each line ended.
+  template <typename Done>
+  void add(const Packet& packet, PacketTime time, Done done) {
+    Pending& pending = ports_[packet.port];
+    for (std::uint8_t i = 0; i < packet.size; ++i) {
+      const char c = static_cast<char>((packet.value >> (8 * i)) & 0xFF);
+      if (pending.text.empty()) pending.offset = packet.offset;
+      pending.time = time;
+      if (c == '\n') {
+        done(Line{packet.port, pending.text, pending.offset, time});
+        pending.text.clear();
+      } else if (c != '\0' && c != '\r') {
+        pending.text.push_back(c);
+      }
+    }
+  }
+  // Calls done for every line still waiting for its newline.
+  template <typename Done>
+  void finish(Done done) {
+    for (auto& [port, pending] : ports_) {
+      if (!pending.text.empty()) done(Line{port, pending.text, pending.offset, pending.time});
+      pending.text.clear();
+    }
+  }
+
+ private:
+  struct Pending {
+    std::string text;
+    std::uint64_t offset = 0;
+    PacketTime time;
+  };
+  std::map<std::uint32_t, Pending> ports_;
+};
+
 class TextWriter {
  public:
-  struct Timing {
-    std::optional<double> clockHz;  // with it, times are also given in seconds
-    std::uint32_t timestampPrescale = 1;
-  };
-  TextWriter(std::ostream& out, Timing timing) : out_(out), timing_(timing) {}
+  TextWriter(OutputBuffer& out, Timing timing) : out_(out), timing_(timing) {}
 
-  void write(const Packet& packet);
+  void write(const Packet& packet, PacketTime time);
   // Writes stimulus text still waiting for its newline.
   void flush();
 
  private:
-  void line(const std::string& text);
-  static void appendPrintable(std::string& text, char c);
-  std::string when() const;
+  void when(PacketTime time);
+  void lineStart(PacketTime time);
+  void textLine(const StimulusLines::Line& line);
 
-  std::ostream& out_;
+  OutputBuffer& out_;
   Timing timing_;
-  std::map<std::uint32_t, std::string> pendingText_;  // per stimulus port
-  std::uint64_t cycles_ = 0;                          // sum of local timestamps
+  StimulusLines lines_;
 };
 
-// One JSON object per packet, on a line of its own.
-std::string toJson(const Packet& packet);
+class JsonWriter {
+ public:
+  JsonWriter(OutputBuffer& out, Timing timing) : out_(out), timing_(timing) {}
+
+  void write(const Packet& packet, PacketTime time);
+  // Writes stimulus text still waiting for its newline as text objects.
+  void flush();
+
+ private:
+  void time(PacketTime time);
+  void textLine(const StimulusLines::Line& line);
+
+  OutputBuffer& out_;
+  Timing timing_;
+  StimulusLines lines_;
+};
+
+// Appends text as a JSON string body: quotes, backslashes and every control
+// character escaped; valid UTF-8 kept; a byte that is not part of valid UTF-8
+// written as \u00XX (the code point of the byte).
+void appendJsonString(OutputBuffer& out, const std::string& text);
 
 // A summary of the statistics, one "name: count" per line.
-void writeStatistics(std::ostream& out, const DecoderStatistics& statistics);
+void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics);
 // The same as one JSON object of kind "statistics", for JSON Lines output.
 std::string statisticsJson(const DecoderStatistics& statistics);
 

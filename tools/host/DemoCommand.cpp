@@ -14,6 +14,8 @@
 #include "Commands.h"
 #include "HostCore.h"
 #include "ItmDecoder.h"
+#include "OutputBuffer.h"
+#include "PacketTimer.h"
 #include "SimulatedTarget.h"
 #include "TraceEnvironment.h"
 #include "TraceText.h"
@@ -106,28 +108,24 @@ int demo(const DemoSettings& settings) {
     return 1;
   }
 
-  // Decode; the last sample is zero-padded, so a run of up to seven zero
-  // bytes at the very end is padding, not trace.
-  std::ostringstream text;
-  decode::TextWriter::Timing timing;
+  // Decode; the decoder counts the zero padding of the last sample apart.
+  decode::OutputBuffer text;
+  decode::Timing timing;
   timing.clockHz = kTargetClockHz;
   timing.timestampPrescale = 4;
   decode::TextWriter writer(text, timing);
+  decode::PacketTimer timer([&](const decode::Packet& p, decode::PacketTime time) { writer.write(p, time); });
   std::map<std::uint32_t, std::string> received;
-  std::uint64_t padding = 0;
   decode::ItmDecoder decoder([&](const decode::Packet& p) {
-    if (p.kind == decode::PacketKind::Malformed && p.header == 0 && p.offset + 8 > capture.size()) {
-      ++padding;
-      return;
-    }
-    writer.write(p);
+    timer.add(p);
     if (p.kind == decode::PacketKind::Instrumentation) received[p.port] += static_cast<char>(p.value);
   });
   decoder.feed(capture);
   decoder.finish();
+  timer.release();
   writer.flush();
 
-  std::istringstream lines(text.str());
+  std::istringstream lines(text.text());
   std::cout << "\ndecoded trace (first " << excerptLines << " lines):\n";
   std::string lineText;
   for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
@@ -140,7 +138,7 @@ int demo(const DemoSettings& settings) {
   const std::string tdf((std::istreambuf_iterator<char>(tdfFile)), std::istreambuf_iterator<char>());
   const bool tdfExact = tdf.size() == 8 + 24 + capture.size() && tdf.compare(8 + 12, 12, "BinTraceData") == 0 &&
                         tdf.compare(8 + 24, std::string::npos, capture) == 0;
-  const std::uint64_t malformed = stats.malformedBytes - padding;
+  const std::uint64_t malformed = stats.malformedBytes;
   std::cout << "\nsummary\n";
   std::printf("  bytes captured      %zu (%u samples of 8 bytes)\n", capture.size(),
               static_cast<unsigned>(capture.size() / 8));

@@ -1,0 +1,46 @@
+// Text gathered in one large buffer and written to a file in big pieces
+// (the console and pipes get a few large writes, not one per line), or kept
+// in memory when there is no file. Numbers are formatted straight into it.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace vestrel::decode {
+
+class OutputBuffer {
+ public:
+  // file null: everything stays in text().
+  explicit OutputBuffer(std::FILE* file = nullptr, std::size_t flushAt = std::size_t{1} << 20);
+  ~OutputBuffer();
+  OutputBuffer(const OutputBuffer&) = delete;
+  OutputBuffer& operator=(const OutputBuffer&) = delete;
+
+  void append(std::string_view text) {
+    data_.append(text);
+    if (data_.size() >= flushAt_) flush();
+  }
+  void append(char c) {
+    data_.push_back(c);
+    if (data_.size() >= flushAt_) flush();
+  }
+  void appendDecimal(std::uint64_t value);
+  // "0x" and digits upper-case hexadecimal digits, zero-padded.
+  void appendHex(std::uint64_t value, int digits);
+
+  // Writes what is gathered to the file and flushes it; false once a write
+  // has failed (the rest is then dropped).
+  bool flush();
+  bool failed() const { return failed_; }
+  const std::string& text() const { return data_; }
+
+ private:
+  std::FILE* file_;
+  std::size_t flushAt_;
+  std::string data_;
+  bool failed_ = false;
+};
+
+}  // namespace vestrel::decode
