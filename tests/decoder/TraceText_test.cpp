@@ -9,10 +9,10 @@ using namespace vestrel::decode;
 namespace {
 
 // Decodes bytes, dates the packets and writes them as text or JSON Lines.
-std::string outputOf(const std::string& bytes, bool json, Timing timing = {}) {
+std::string outputOf(const std::string& bytes, bool json, Timing timing = {}, bool raw = true) {
   OutputBuffer out;
   TextWriter text(out, timing);
-  JsonWriter lines(out, timing);
+  JsonWriter lines(out, timing, raw);
   PacketTimer timer([&](const Packet& p, PacketTime time) {
     if (json) {
       lines.write(p, time);
@@ -34,6 +34,7 @@ std::string outputOf(const std::string& bytes, bool json, Timing timing = {}) {
 
 std::string textOf(const std::string& bytes, Timing timing = {}) { return outputOf(bytes, false, timing); }
 std::string jsonOf(const std::string& bytes, Timing timing = {}) { return outputOf(bytes, true, timing); }
+std::string eventsOf(const std::string& bytes) { return outputOf(bytes, true, {}, false); }
 
 std::string jsonString(const std::string& text) {
   OutputBuffer out;
@@ -138,6 +139,15 @@ TEST(JsonLines, EveryPacketCarriesItsTime) {
       "{\"offset\":6,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":10,"
       "\"cycles\":5,\"exact\":false}\n"
       "{\"offset\":0,\"kind\":\"text\",\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
+}
+
+TEST(JsonLines, WithoutRawTheyCarryWhatTheTextCarries) {
+  EXPECT_EQ(eventsOf(std::string("\x01"
+                                 "A\x0E\x0F\x10\x50\x01\n",
+                                 8)),
+            "{\"offset\":2,\"kind\":\"exception\",\"header\":14,\"exception\":15,\"name\":\"SysTick\","
+            "\"function\":\"entered\",\"cycles\":5,\"exact\":true}\n"
+            "{\"offset\":0,\"kind\":\"text\",\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
 }
 
 TEST(JsonLines, SecondsGivenTheClockAndRunsWithTheirLength) {

@@ -5,8 +5,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vestrel::decode {
 
@@ -19,12 +21,15 @@ class OutputBuffer {
   OutputBuffer& operator=(const OutputBuffer&) = delete;
 
   void append(std::string_view text) {
-    data_.append(text);
-    if (data_.size() >= flushAt_) flush();
+    room(text.size());
+    std::memcpy(data_.data() + size_, text.data(), text.size());
+    size_ += text.size();
+    if (size_ >= flushAt_) flush();
   }
   void append(char c) {
-    data_.push_back(c);
-    if (data_.size() >= flushAt_) flush();
+    room(1);
+    data_[size_++] = c;
+    if (size_ >= flushAt_) flush();
   }
   void appendDecimal(std::uint64_t value);
   // "0x" and digits upper-case hexadecimal digits, zero-padded.
@@ -34,12 +39,17 @@ class OutputBuffer {
   // has failed (the rest is then dropped).
   bool flush();
   bool failed() const { return failed_; }
-  const std::string& text() const { return data_; }
+  std::string text() const { return std::string(data_.data(), size_); }
 
  private:
+  void room(std::size_t bytes) {
+    if (size_ + bytes > data_.size()) data_.resize(2 * (size_ + bytes));
+  }
+
   std::FILE* file_;
   std::size_t flushAt_;
-  std::string data_;
+  std::vector<char> data_;
+  std::size_t size_ = 0;
   bool failed_ = false;
 };
 

@@ -21,16 +21,34 @@ struct PacketTime {
   bool exact = true;         // false: the last known time, no timestamp followed
 };
 
-class PacketTimer {
+// Sink: anything callable as sink(const Packet&, PacketTime).
+template <typename Sink>
+class BasicPacketTimer {
  public:
-  using Sink = std::function<void(const Packet&, PacketTime)>;
   static constexpr std::size_t kDefaultBound = 65536;
 
-  explicit PacketTimer(Sink sink, std::size_t bound = kDefaultBound) : sink_(std::move(sink)), bound_(bound) {}
+  explicit BasicPacketTimer(Sink sink, std::size_t bound = kDefaultBound) : sink_(std::move(sink)), bound_(bound) {
+    held_.reserve(bound < 4096 ? bound : 4096);
+  }
 
-  void add(const Packet& packet);
+  void add(const Packet& packet) {
+    if (packet.kind != PacketKind::LocalTimestamp) {
+      held_.push_back(packet);
+      if (held_.size() >= bound_) release();
+      return;
+    }
+    cycles_ += packet.value;
+    const PacketTime time{cycles_, true};
+    for (const Packet& held : held_) sink_(held, time);
+    held_.clear();
+    sink_(packet, time);
+  }
   // Sends every held packet with the last known time, not exact.
-  void release();
+  void release() {
+    const PacketTime time{cycles_, false};
+    for (const Packet& held : held_) sink_(held, time);
+    held_.clear();
+  }
 
  private:
   Sink sink_;
@@ -38,5 +56,7 @@ class PacketTimer {
   std::vector<Packet> held_;
   std::uint64_t cycles_ = 0;
 };
+
+using PacketTimer = BasicPacketTimer<std::function<void(const Packet&, PacketTime)>>;
 
 }  // namespace vestrel::decode

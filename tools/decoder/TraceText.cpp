@@ -5,12 +5,24 @@
 
 namespace vestrel::decode {
 
+namespace {
+const char* const kExceptionNames[16] = {
+    "Thread",    "Reset",     "NMI",        "HardFault", "MemManage",    "BusFault",   "UsageFault", "SecureFault",
+    "Reserved8", "Reserved9", "Reserved10", "SVCall",    "DebugMonitor", "Reserved13", "PendSV",     "SysTick"};
+}
+
 std::string exceptionName(std::uint32_t number) {
-  static const char* const kNames[16] = {
-      "Thread",    "Reset",     "NMI",        "HardFault", "MemManage",    "BusFault",   "UsageFault", "SecureFault",
-      "Reserved8", "Reserved9", "Reserved10", "SVCall",    "DebugMonitor", "Reserved13", "PendSV",     "SysTick"};
-  if (number < 16) return kNames[number];
+  if (number < 16) return kExceptionNames[number];
   return "IRQ " + std::to_string(number - 16);
+}
+
+void appendExceptionName(OutputBuffer& out, std::uint32_t number) {
+  if (number < 16) {
+    out.append(kExceptionNames[number]);
+    return;
+  }
+  out.append("IRQ ");
+  out.appendDecimal(number - 16);
 }
 
 namespace {
@@ -118,7 +130,7 @@ void TextWriter::write(const Packet& p, PacketTime time) {
       out_.append("exception ");
       out_.appendDecimal(p.exception);
       out_.append(" (");
-      out_.append(exceptionName(p.exception));
+      appendExceptionName(out_, p.exception);
       out_.append(") ");
       out_.append(functionName(p.function));
       break;
@@ -264,6 +276,19 @@ void JsonWriter::textLine(const StimulusLines::Line& line) {
 }
 
 void JsonWriter::write(const Packet& p, PacketTime when) {
+  if (!raw_) {
+    switch (p.kind) {
+      case PacketKind::Instrumentation:
+        lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
+        return;
+      case PacketKind::LocalTimestamp:
+      case PacketKind::StimulusPage:
+      case PacketKind::Extension:
+        return;
+      default:
+        break;
+    }
+  }
   out_.append("{\"offset\":");
   out_.appendDecimal(p.offset);
   out_.append(",\"kind\":\"");
@@ -283,7 +308,7 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
       out_.append(",\"exception\":");
       out_.appendDecimal(p.exception);
       out_.append(",\"name\":\"");
-      out_.append(exceptionName(p.exception));
+      appendExceptionName(out_, p.exception);
       out_.append("\",\"function\":\"");
       out_.append(functionName(p.function));
       out_.append('"');

@@ -6,9 +6,9 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
@@ -18,6 +18,8 @@ namespace vestrel::decode {
 
 // The architectural name of an exception number ("SysTick", "IRQ 3").
 std::string exceptionName(std::uint32_t number);
+// The same, appended.
+void appendExceptionName(OutputBuffer& out, std::uint32_t number);
 
 struct Timing {
   std::optional<double> clockHz;  // with it, times are also given in seconds
@@ -30,13 +32,14 @@ class StimulusLines {
  public:
   struct Line {
     std::uint32_t port;
-    std::string text;  // the bytes as sent, carriage returns and zeros left out
+    const std::string& text;  // the bytes as sent, carriage returns and zeros left out
     std::uint64_t offset;
     PacketTime time;
   };
   // Adds an instrumentation packet's bytes; calls done for each line ended.
   template <typename Done>
   void add(const Packet& packet, PacketTime time, Done done) {
+    if (packet.port >= ports_.size()) ports_.resize(packet.port + 1);
     Pending& pending = ports_[packet.port];
     for (std::uint8_t i = 0; i < packet.size; ++i) {
       const char c = static_cast<char>((packet.value >> (8 * i)) & 0xFF);
@@ -53,7 +56,8 @@ class StimulusLines {
   // Calls done for every line still waiting for its newline.
   template <typename Done>
   void finish(Done done) {
-    for (auto& [port, pending] : ports_) {
+    for (std::uint32_t port = 0; port < ports_.size(); ++port) {
+      Pending& pending = ports_[port];
       if (!pending.text.empty()) done(Line{port, pending.text, pending.offset, pending.time});
       pending.text.clear();
     }
@@ -65,7 +69,7 @@ class StimulusLines {
     std::uint64_t offset = 0;
     PacketTime time;
   };
-  std::map<std::uint32_t, Pending> ports_;
+  std::vector<Pending> ports_;  // by port number (at most 256: 8 pages of 32)
 };
 
 class TextWriter {
@@ -86,9 +90,12 @@ class TextWriter {
   StimulusLines lines_;
 };
 
+// JSON Lines carry what the text carries, as objects with the same times:
+// one per stimulus line (kind "text") and one per other event. raw adds an
+// object for every packet (each instrumentation packet, timestamps, pages).
 class JsonWriter {
  public:
-  JsonWriter(OutputBuffer& out, Timing timing) : out_(out), timing_(timing) {}
+  JsonWriter(OutputBuffer& out, Timing timing, bool raw = false) : out_(out), timing_(timing), raw_(raw) {}
 
   void write(const Packet& packet, PacketTime time);
   // Writes stimulus text still waiting for its newline as text objects.
@@ -100,6 +107,7 @@ class JsonWriter {
 
   OutputBuffer& out_;
   Timing timing_;
+  bool raw_;
   StimulusLines lines_;
 };
 

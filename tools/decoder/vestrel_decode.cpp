@@ -12,22 +12,15 @@
 #include <string>
 #include <vector>
 
-#include "ItmDecoder.h"
-#include "OutputBuffer.h"
-#include "PacketTimer.h"
-#include "SectionReader.h"
-#include "TpiuDeframer.h"
-#include "TraceText.h"
+#include "DecodePipeline.h"
 
 using namespace vestrel::decode;
 
 namespace {
 
-constexpr std::size_t kBlockSize = std::size_t{1} << 20;
-
 struct Settings {
   std::string input = "-";
-  bool tdf = false, json = false, statistics = false, quiet = false;
+  bool tdf = false, json = false, raw = false, statistics = false, quiet = false;
   double clockHz = 0;
   std::uint32_t prescale = 1;
   int tpiuId = 0;
@@ -47,86 +40,34 @@ int run(const Settings& settings) {
       return 1;
     }
   }
-
-  Timing timing;
-  if (settings.clockHz > 0) timing.clockHz = settings.clockHz;
-  timing.timestampPrescale = settings.prescale;
-  OutputBuffer out(stdout);
-  TextWriter text(out, timing);
-  JsonWriter json(out, timing);
-  const bool perPacket = !settings.quiet;
-  PacketTimer timer([&](const Packet& packet, PacketTime time) {
-    if (settings.json) {
-      json.write(packet, time);
-    } else {
-      text.write(packet, time);
-    }
-  });
-  ItmDecoder decoder(perPacket ? ItmDecoder::Sink([&](const Packet& packet) { timer.add(packet); })
-                               : ItmDecoder::Sink());
-
-  std::vector<std::uint8_t> deframed;
-  TpiuDeframer deframer([&](std::uint8_t id, std::uint8_t byte) {
-    if (id == settings.tpiuId) deframed.push_back(byte);
-  });
-  auto decode = [&](const std::uint8_t* data, std::size_t size) {
-    if (settings.tpiuId > 0) {
-      deframed.clear();
-      deframer.feed(data, size);
-      decoder.feed(deframed.data(), deframed.size());
-    } else {
-      decoder.feed(data, size);
-    }
-  };
-  SectionReader section("BinTraceData");
-
-  std::vector<std::uint8_t> block(kBlockSize);
-  bool readFailed = false;
-  for (;;) {
-    const std::size_t got = std::fread(block.data(), 1, block.size(), in);
-    if (got > 0) {
-      if (settings.tdf) {
-        section.feed(block.data(), got, decode);
-      } else {
-        decode(block.data(), got);
-      }
-    }
-    if (got < block.size()) {
-      readFailed = std::ferror(in) != 0;
-      break;
-    }
-  }
+  DecodeOptions options;
+  options.tdf = settings.tdf;
+  options.json = settings.json;
+  options.raw = settings.raw;
+  options.statistics = settings.statistics;
+  options.quiet = settings.quiet;
+  options.tpiuId = settings.tpiuId;
+  if (settings.clockHz > 0) options.timing.clockHz = settings.clockHz;
+  options.timing.timestampPrescale = settings.prescale;
+  const DecodeResult result = decodeStream(in, stdout, options);
   if (in != stdin) std::fclose(in);
-  if (readFailed) {
-    std::cerr << "vestrel-decode: cannot read " << settings.input << "\n";
-    return 1;
+  switch (result.status) {
+    case DecodeResult::Status::Done:
+      return 0;
+    case DecodeResult::Status::ReadFailed:
+      std::cerr << "vestrel-decode: cannot read " << settings.input << "\n";
+      return 1;
+    case DecodeResult::Status::NoSection:
+      std::cerr << "vestrel-decode: no BinTraceData section in " << settings.input << "\n";
+      return 1;
+    case DecodeResult::Status::SectionCutShort:
+      std::cerr << "vestrel-decode: the BinTraceData section in " << settings.input << " is cut short\n";
+      return 1;
+    case DecodeResult::Status::WriteFailed:
+      std::cerr << "vestrel-decode: writing the output failed\n";
+      return 1;
   }
-  if (settings.tdf && !section.found()) {
-    std::cerr << "vestrel-decode: no BinTraceData section in " << settings.input << "\n";
-    return 1;
-  }
-  if (settings.tdf && !section.complete()) {
-    std::cerr << "vestrel-decode: the BinTraceData section in " << settings.input << " is cut short\n";
-    return 1;
-  }
-
-  decoder.finish();
-  timer.release();
-  if (settings.json) {
-    json.flush();
-  } else {
-    text.flush();
-  }
-  if (settings.statistics && settings.json) {
-    out.append(statisticsJson(decoder.statistics()));
-    out.append('\n');
-  }
-  if (settings.statistics && !settings.json) writeStatistics(out, decoder.statistics());
-  if (!out.flush()) {
-    std::cerr << "vestrel-decode: writing the output failed\n";
-    return 1;
-  }
-  return 0;
+  return 1;
 }
 
 }  // namespace
@@ -138,7 +79,8 @@ int main(int argc, char** argv) {
   Settings settings;
   app.add_option("input", settings.input, "raw capture or TDF file; - or nothing for standard input");
   app.add_flag("--tdf", settings.tdf, "read the BinTraceData section of a TDF file");
-  app.add_flag("--json", settings.json, "JSON Lines: one object per packet and per text line, instead of text");
+  app.add_flag("--json", settings.json, "JSON Lines instead of text: an object per text line and per event");
+  app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");
   app.add_flag("--stats", settings.statistics, "print packet statistics at the end (as a last JSON line with --json)");
   app.add_flag("--quiet", settings.quiet, "no per-packet output (with --stats: the statistics only)");
   app.add_option("--clock", settings.clockHz, "trace clock in Hz, to give timestamps in seconds")

@@ -1,0 +1,34 @@
+// The whole of vestrel-decode's work on an open input: blocks read, TPIU
+// frames undone, the BinTraceData section found, packets decoded and dated,
+// text or JSON Lines written through one large buffer, statistics at the
+// end. Shared by the command and its benchmark.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+
+#include "ItmDecoder.h"
+#include "TraceText.h"
+
+namespace vestrel::decode {
+
+struct DecodeOptions {
+  bool tdf = false;         // the input is a TDF file: decode its BinTraceData section
+  bool json = false;        // JSON Lines instead of text
+  bool raw = false;         // JSON Lines: an object for every packet too
+  bool statistics = false;  // statistics at the end
+  bool quiet = false;       // no per-packet output
+  int tpiuId = 0;           // > 0: undo the TPIU formatter and keep this trace ID
+  Timing timing;
+  std::size_t blockSize = std::size_t{1} << 20;
+};
+
+struct DecodeResult {
+  enum class Status { Done, ReadFailed, NoSection, SectionCutShort, WriteFailed } status = Status::Done;
+  DecoderStatistics statistics;
+};
+
+DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& options);
+
+}  // namespace vestrel::decode
