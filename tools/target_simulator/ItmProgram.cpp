@@ -45,9 +45,6 @@ std::string ItmProgram::nextIteration() {
     out += static_cast<char>(0x94);  // global timestamp, low bits
     continued(out, (i * 1000) & 0x3FFFFFF, 4);
   }
-  // Local timestamp: the cycles since the last packet.
-  out += static_cast<char>(0xC0);
-  continued(out, 100 + i % 50, 4);
   text(out, 0, "tick " + std::to_string(i) + "\n");
   if (i % 4 == 0) text(out, 1, "sensor=" + std::to_string(20 + i % 7) + "\n");
   if (i % 8 == 0) {
@@ -62,6 +59,10 @@ std::string ItmProgram::nextIteration() {
   const auto counter = static_cast<std::uint32_t>(i);
   append(out, {0x8F, static_cast<std::uint8_t>(counter), static_cast<std::uint8_t>(counter >> 8),
                static_cast<std::uint8_t>(counter >> 16), static_cast<std::uint8_t>(counter >> 24)});
+  // Local timestamp, after the packets it dates, as the ITM sends it: the
+  // cycles the iteration took.
+  out += static_cast<char>(0xC0);
+  continued(out, 100 + i % 50, 4);
   return out;
 }
 
