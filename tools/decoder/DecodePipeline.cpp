@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "InputBlocks.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
 #include "SectionReader.h"
@@ -41,18 +42,21 @@ DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& op
 
   std::vector<std::uint8_t> block(options.blockSize);
   for (;;) {
-    const std::size_t got = std::fread(block.data(), 1, block.size(), in);
-    if (got > 0) {
-      if (options.tdf) {
-        section.feed(block.data(), got, decode);
-      } else {
-        decode(block.data(), got);
-      }
-    }
-    if (got < block.size()) {
-      if (std::ferror(in) != 0) result.status = DecodeResult::Status::ReadFailed;
+    const long got = readAvailable(in, block.data(), block.size());
+    if (got < 0) {
+      result.status = DecodeResult::Status::ReadFailed;
       break;
     }
+    if (got == 0) break;
+    const auto size = static_cast<std::size_t>(got);
+    if (options.tdf) {
+      section.feed(block.data(), size, decode);
+    } else {
+      decode(block.data(), size);
+    }
+    // Less than a block: the input paused (a pipe, a live line); show what
+    // is decoded so far.
+    if (size < block.size()) output.flush();
   }
   if (result.status == DecodeResult::Status::Done && options.tdf && !section.found()) {
     result.status = DecodeResult::Status::NoSection;
