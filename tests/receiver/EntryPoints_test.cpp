@@ -42,6 +42,15 @@ class EntryPointsTest : public ::testing::Test {
     }
     return texts;
   }
+  // The level columns of the line whose text is text: "M     " for a
+  // message (level value 1), "    E " for an error (16).
+  std::string levelOf(const std::string& name, const std::string& text) const {
+    for (const auto& line :
+         vestrel_test::splitLines(vestrel_test::readFile(logFile(name)), vestrel_test::textNewline())) {
+      if (line.size() > 21 && line.substr(21) == text) return line.substr(0, 6);
+    }
+    return "";
+  }
   int count(const std::string& name, const std::string& text) const {
     const auto texts = logTexts(name);
     return static_cast<int>(std::count(texts.begin(), texts.end(), text));
@@ -236,6 +245,8 @@ TEST_F(EntryPointsTest, AFailingTeardownIsCaughtAndLoggedAndTheNextCreateBuildsA
   scenario.workingProbe("destroy_identifier = throw\n");
   EXPECT_NO_THROW(DestroyRcvr(receiver));
   EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: An expection for caught when destroying receiver"), 1);
+  EXPECT_EQ(levelOf(kOwnLog, "Vestrel_Receiver: An expection for caught when destroying receiver"), "    E ");
+  EXPECT_EQ(levelOf(kOwnLog, "Vestrel_Receiver: Created SWO receiver"), "M     ");
   EXPECT_EQ(count(kOwnLog, "Vestrel_Receiver: Receiver destroyed"), 0);
   const auto texts = logTexts(kOwnLog);
   const auto failure = std::find(texts.begin(), texts.end(),

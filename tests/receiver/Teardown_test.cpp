@@ -84,6 +84,9 @@ TEST_F(TeardownTest, ReleasingAReadyDriverWhoseStopAndReleaseSlotsThrowFinishesA
   EXPECT_EQ(trace.calls, (std::vector<std::string>{"GetTraceExportStatus(3)", "TraceStop(3)", "ReleaseTrace(3)"}));
   EXPECT_TRUE(log.contains(kStopFailed));
   EXPECT_TRUE(log.contains(kReleaseFailed));
+  // Failures are written at the error level (16), with the time of day.
+  EXPECT_EQ(log.rawLineOf(kStopFailed).substr(0, 6), "    E ");
+  EXPECT_EQ(log.rawLineOf(kReleaseFailed).substr(0, 6), "    E ");
 }
 
 TEST_F(TeardownTest, ReleasingARecordingDriverWhoseSlotsThrowStillStopsTheCollector) {
