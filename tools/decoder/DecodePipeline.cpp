@@ -1,5 +1,8 @@
 #include "DecodePipeline.h"
 
+#include <chrono>
+#include <filesystem>
+#include <thread>
 #include <vector>
 
 #include "InputBlocks.h"
@@ -9,6 +12,25 @@
 #include "TpiuDeframer.h"
 
 namespace vestrel::decode {
+
+namespace {
+
+// At the end of a followed file: "" to wait for more, else why to stop.
+std::string whyFollowingEnds(const DecodeOptions& options, std::uint64_t position,
+                             std::chrono::steady_clock::time_point lastGrowth) {
+  if (options.stop != nullptr && options.stop()) return "stopped";
+  std::error_code error;
+  if (!std::filesystem::exists(options.followPath, error)) return "deleted";
+  const std::uintmax_t size = std::filesystem::file_size(options.followPath, error);
+  if (!error && size < position) return "replaced";
+  if (options.idleExitSeconds && std::chrono::duration<double>(std::chrono::steady_clock::now() - lastGrowth).count() >=
+                                     *options.idleExitSeconds) {
+    return "idle";
+  }
+  return "";
+}
+
+}  // namespace
 
 DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& options) {
   DecodeResult result;
@@ -41,14 +63,25 @@ DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& op
   SectionReader section("BinTraceData");
 
   std::vector<std::uint8_t> block(options.blockSize);
+  std::uint64_t position = 0;
+  auto lastGrowth = std::chrono::steady_clock::now();
   for (;;) {
     const long got = readAvailable(in, block.data(), block.size());
     if (got < 0) {
       result.status = DecodeResult::Status::ReadFailed;
       break;
     }
-    if (got == 0) break;
+    if (got == 0) {
+      if (!options.follow) break;
+      output.flush();
+      result.followEnd = whyFollowingEnds(options, position, lastGrowth);
+      if (!result.followEnd.empty()) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      continue;
+    }
     const auto size = static_cast<std::size_t>(got);
+    position += size;
+    lastGrowth = std::chrono::steady_clock::now();
     if (options.tdf) {
       section.feed(block.data(), size, decode);
     } else {

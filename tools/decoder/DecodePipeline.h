@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <string>
 
 #include "ItmDecoder.h"
 #include "TraceText.h"
@@ -22,10 +23,21 @@ struct DecodeOptions {
   int tpiuId = 0;           // > 0: undo the TPIU formatter and keep this trace ID
   Timing timing;
   std::size_t blockSize = std::size_t{1} << 20;
+
+  // Following a file as it grows (like tail -f): at its end, wait for more
+  // instead of ending. It ends when stop() says so (Ctrl-C), when the file
+  // at followPath is deleted or becomes shorter than what was read (replaced
+  // or truncated), or after idleExitSeconds without growth.
+  bool follow = false;
+  std::string followPath;
+  std::optional<double> idleExitSeconds;
+  bool (*stop)() = nullptr;
 };
 
 struct DecodeResult {
   enum class Status { Done, ReadFailed, NoSection, SectionCutShort, WriteFailed } status = Status::Done;
+  // Why following ended: "" (not following), "stopped", "deleted", "replaced", "idle".
+  std::string followEnd;
   DecoderStatistics statistics;
 };
 

@@ -4,6 +4,7 @@
 // with it; output goes through one large buffer.
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -18,15 +19,22 @@ using namespace vestrel::decode;
 
 namespace {
 
+volatile std::sig_atomic_t interrupted = 0;
+void onInterrupt(int) { interrupted = 1; }
+bool interruptRequested() { return interrupted != 0; }
+
 struct Settings {
   std::string input = "-";
+  std::string follow;
+  double idleExit = 0;
   bool tdf = false, json = false, raw = false, statistics = false, quiet = false;
   double clockHz = 0;
   std::uint32_t prescale = 1;
   int tpiuId = 0;
 };
 
-int run(const Settings& settings) {
+int run(Settings settings) {
+  if (!settings.follow.empty()) settings.input = settings.follow;
   std::FILE* in = stdin;
   if (settings.input != "-") {
     std::error_code error;
@@ -49,8 +57,19 @@ int run(const Settings& settings) {
   options.tpiuId = settings.tpiuId;
   if (settings.clockHz > 0) options.timing.clockHz = settings.clockHz;
   options.timing.timestampPrescale = settings.prescale;
+  if (!settings.follow.empty()) {
+    options.follow = true;
+    options.followPath = settings.follow;
+    if (settings.idleExit > 0) options.idleExitSeconds = settings.idleExit;
+    // Ctrl-C ends the following; what was decoded is still written out.
+    std::signal(SIGINT, onInterrupt);
+    options.stop = interruptRequested;
+  }
   const DecodeResult result = decodeStream(in, stdout, options);
   if (in != stdin) std::fclose(in);
+  if (result.followEnd == "deleted" || result.followEnd == "replaced") {
+    std::cerr << "vestrel-decode: " << settings.follow << " was " << result.followEnd << "; stopped following it\n";
+  }
   switch (result.status) {
     case DecodeResult::Status::Done:
       return 0;
@@ -77,7 +96,14 @@ int main(int argc, char** argv) {
   // Paths may start with "/" (Wine maps Unix paths): no "/option" syntax.
   app.allow_windows_style_options(false);
   Settings settings;
-  app.add_option("input", settings.input, "raw capture or TDF file; - or nothing for standard input");
+  auto* input = app.add_option("input", settings.input, "raw capture or TDF file; - or nothing for standard input");
+  auto* follow = app.add_option("--follow", settings.follow,
+                                "decode a capture file as it grows, until Ctrl-C, its deletion or replacement, "
+                                "or --idle-exit")
+                     ->excludes(input);
+  app.add_option("--idle-exit", settings.idleExit, "with --follow: end after this many seconds without growth")
+      ->needs(follow)
+      ->check(CLI::PositiveNumber);
   app.add_flag("--tdf", settings.tdf, "read the BinTraceData section of a TDF file");
   app.add_flag("--json", settings.json, "JSON Lines instead of text: an object per text line and per event");
   app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");
