@@ -33,6 +33,10 @@ std::string whyFollowingEnds(const DecodeOptions& options, std::uint64_t positio
 }  // namespace
 
 DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& options) {
+  return decodeStream([in](void* buffer, std::size_t size) { return readAvailable(in, buffer, size); }, out, options);
+}
+
+DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOptions& options) {
   DecodeResult result;
   OutputBuffer output(out);
   TextWriter text(output, options.timing);
@@ -66,7 +70,7 @@ DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& op
   std::uint64_t position = 0;
   auto lastGrowth = std::chrono::steady_clock::now();
   for (;;) {
-    const long got = readAvailable(in, block.data(), block.size());
+    const long got = read(block.data(), block.size());
     if (got < 0) {
       result.status = DecodeResult::Status::ReadFailed;
       break;

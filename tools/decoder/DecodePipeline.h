@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -41,6 +42,11 @@ struct DecodeResult {
   DecoderStatistics statistics;
 };
 
+// Reads what the input has now, up to size bytes: the count, 0 at its end,
+// -1 when reading failed.
+using ReadSome = std::function<long(void* buffer, std::size_t size)>;
+
 DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& options);
+DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOptions& options);
 
 }  // namespace vestrel::decode

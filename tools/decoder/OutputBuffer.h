@@ -40,6 +40,8 @@ class OutputBuffer {
   bool flush();
   bool failed() const { return failed_; }
   std::string text() const { return std::string(data_.data(), size_); }
+  // Forgets what is gathered (for a caller that took it with text()).
+  void clear() { size_ = 0; }
 
  private:
   void room(std::size_t bytes) {

@@ -1,7 +1,8 @@
 // vestrel-decode: decodes an SWO capture (raw, or the BinTraceData section of
-// a TDF file, or standard input) into readable text or JSON Lines. The input
-// is read in fixed blocks and decoded as it comes, so memory does not grow
-// with it; output goes through one large buffer.
+// a TDF file, standard input, a capture file as it grows, or a raw SWO TCP
+// stream) into readable text or JSON Lines. The input is read in blocks and
+// decoded as it comes, so memory does not grow with it; output goes through
+// one large buffer, written whenever the input pauses.
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
@@ -10,10 +11,12 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "DecodePipeline.h"
+#include "Endpoint.h"
+#include "TraceClient.h"
 
 using namespace vestrel::decode;
 
@@ -26,6 +29,7 @@ bool interruptRequested() { return interrupted != 0; }
 struct Settings {
   std::string input = "-";
   std::string follow;
+  std::string connect;
   double idleExit = 0;
   bool tdf = false, json = false, raw = false, statistics = false, quiet = false;
   double clockHz = 0;
@@ -33,21 +37,7 @@ struct Settings {
   int tpiuId = 0;
 };
 
-int run(Settings settings) {
-  if (!settings.follow.empty()) settings.input = settings.follow;
-  std::FILE* in = stdin;
-  if (settings.input != "-") {
-    std::error_code error;
-    if (std::filesystem::is_directory(settings.input, error)) {
-      std::cerr << "vestrel-decode: " << settings.input << " is a folder, not a capture\n";
-      return 1;
-    }
-    in = std::fopen(settings.input.c_str(), "rb");
-    if (in == nullptr) {
-      std::cerr << "vestrel-decode: cannot open " << settings.input << ": " << std::strerror(errno) << "\n";
-      return 1;
-    }
-  }
+DecodeOptions optionsOf(const Settings& settings) {
   DecodeOptions options;
   options.tdf = settings.tdf;
   options.json = settings.json;
@@ -57,6 +47,67 @@ int run(Settings settings) {
   options.tpiuId = settings.tpiuId;
   if (settings.clockHz > 0) options.timing.clockHz = settings.clockHz;
   options.timing.timestampPrescale = settings.prescale;
+  return options;
+}
+
+int report(const std::string& source, const DecodeResult& result) {
+  if (result.followEnd == "deleted" || result.followEnd == "replaced") {
+    std::cerr << "vestrel-decode: " << source << " was " << result.followEnd << "; stopped following it\n";
+  }
+  switch (result.status) {
+    case DecodeResult::Status::Done:
+      return 0;
+    case DecodeResult::Status::ReadFailed:
+      std::cerr << "vestrel-decode: cannot read " << source << "\n";
+      return 1;
+    case DecodeResult::Status::NoSection:
+      std::cerr << "vestrel-decode: no BinTraceData section in " << source << "\n";
+      return 1;
+    case DecodeResult::Status::SectionCutShort:
+      std::cerr << "vestrel-decode: the BinTraceData section in " << source << " is cut short\n";
+      return 1;
+    case DecodeResult::Status::WriteFailed:
+      std::cerr << "vestrel-decode: writing the output failed\n";
+      return 1;
+  }
+  return 1;
+}
+
+// A raw SWO stream over TCP, until the server closes it (or Ctrl-C).
+int runConnected(const Settings& settings) {
+  const auto endpoint = vestrel::live::parseEndpoint(settings.connect);
+  if (!endpoint || endpoint->port == 0) {
+    std::cerr << "vestrel-decode: --connect takes [HOST:]PORT, not " << settings.connect << "\n";
+    return 2;
+  }
+  try {
+    vestrel::live::TraceClient client(*endpoint);
+    const DecodeResult result = decodeStream(
+        [&client](void* buffer, std::size_t size) { return client.read(buffer, size); }, stdout, optionsOf(settings));
+    return report(endpoint->text(), result);
+  } catch (const std::exception& error) {
+    std::cerr << "vestrel-decode: " << error.what() << "\n";
+    return 1;
+  }
+}
+
+int run(const Settings& settings) {
+  if (!settings.connect.empty()) return runConnected(settings);
+  const std::string source = settings.follow.empty() ? settings.input : settings.follow;
+  std::FILE* in = stdin;
+  if (source != "-") {
+    std::error_code error;
+    if (std::filesystem::is_directory(source, error)) {
+      std::cerr << "vestrel-decode: " << source << " is a folder, not a capture\n";
+      return 1;
+    }
+    in = std::fopen(source.c_str(), "rb");
+    if (in == nullptr) {
+      std::cerr << "vestrel-decode: cannot open " << source << ": " << std::strerror(errno) << "\n";
+      return 1;
+    }
+  }
+  DecodeOptions options = optionsOf(settings);
   if (!settings.follow.empty()) {
     options.follow = true;
     options.followPath = settings.follow;
@@ -67,26 +118,7 @@ int run(Settings settings) {
   }
   const DecodeResult result = decodeStream(in, stdout, options);
   if (in != stdin) std::fclose(in);
-  if (result.followEnd == "deleted" || result.followEnd == "replaced") {
-    std::cerr << "vestrel-decode: " << settings.follow << " was " << result.followEnd << "; stopped following it\n";
-  }
-  switch (result.status) {
-    case DecodeResult::Status::Done:
-      return 0;
-    case DecodeResult::Status::ReadFailed:
-      std::cerr << "vestrel-decode: cannot read " << settings.input << "\n";
-      return 1;
-    case DecodeResult::Status::NoSection:
-      std::cerr << "vestrel-decode: no BinTraceData section in " << settings.input << "\n";
-      return 1;
-    case DecodeResult::Status::SectionCutShort:
-      std::cerr << "vestrel-decode: the BinTraceData section in " << settings.input << " is cut short\n";
-      return 1;
-    case DecodeResult::Status::WriteFailed:
-      std::cerr << "vestrel-decode: writing the output failed\n";
-      return 1;
-  }
-  return 1;
+  return report(source, result);
 }
 
 }  // namespace
@@ -104,6 +136,10 @@ int main(int argc, char** argv) {
   app.add_option("--idle-exit", settings.idleExit, "with --follow: end after this many seconds without growth")
       ->needs(follow)
       ->check(CLI::PositiveNumber);
+  app.add_option("--connect", settings.connect,
+                 "decode a raw SWO stream served over TCP at [HOST:]PORT, until the server closes it")
+      ->excludes(input)
+      ->excludes(follow);
   app.add_flag("--tdf", settings.tdf, "read the BinTraceData section of a TDF file");
   app.add_flag("--json", settings.json, "JSON Lines instead of text: an object per text line and per event");
   app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");

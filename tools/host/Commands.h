@@ -6,12 +6,15 @@
 
 #include <string>
 
+#include "LiveTrace.h"
+
 namespace vestrel::host {
 
 struct DemoSettings {
   double seconds = 3.0;
   std::string output = "vestrel-demo";
   int excerptLines = 12;
+  LiveSettings live;  // decode defaults to on when standard output is a terminal
 };
 int demo(const DemoSettings& settings);
 
@@ -23,6 +26,7 @@ struct RecordSettings {
   std::string firmware;  // the probe's firmware version, as its software reports it
   double seconds = 0;    // 0: until Enter
   std::string output = "capture.bin";
+  LiveSettings live;
 };
 int record(const RecordSettings& settings);
 

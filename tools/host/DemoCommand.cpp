@@ -14,6 +14,7 @@
 #include "Commands.h"
 #include "HostCore.h"
 #include "ItmDecoder.h"
+#include "LiveTrace.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
 #include "SimulatedTarget.h"
@@ -65,6 +66,15 @@ int demo(const DemoSettings& settings) {
   }
   simulator::SimulatedTarget target(kTargetClockHz, line);
 
+  LiveConsole console(false);
+  LiveSettings liveSettings = settings.live;
+  liveSettings.clockHz = kTargetClockHz;
+  liveSettings.timestampPrescale = 4;
+  LiveTrace liveTrace(liveSettings, console);  // a taken port fails here, before anything records
+  if (const auto served = liveTrace.endpoint()) {
+    std::cout << "serving the raw SWO stream on " << served->text() << std::endl;
+  }
+
   ReceiverLibrary library;
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
@@ -80,12 +90,14 @@ int demo(const DemoSettings& settings) {
 
     const auto start = std::chrono::steady_clock::now();
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_RUNNING);
-    std::cout << "target running: " << statusOf(*driver) << "\n";
+    liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_CortexM4.bin").string());
+    console.lines("target running: " + statusOf(*driver) + "\n");
     while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < seconds) {
       std::this_thread::sleep_for(std::chrono::milliseconds(500));
-      std::cout << "  " << driver->GetNumSamples() * 8 << " bytes captured\n";
+      console.lines("  " + std::to_string(driver->GetNumSamples() * 8ull) + " bytes captured\n");
     }
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    liveTrace.finish();
     elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::cout << "target halted: " << statusOf(*driver) << "\n";
 

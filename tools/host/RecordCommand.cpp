@@ -9,6 +9,7 @@
 
 #include "Commands.h"
 #include "HostCore.h"
+#include "LiveTrace.h"
 #include "Terminal.h"
 #include "TraceEnvironment.h"
 #include "XmlOptions.h"
@@ -115,18 +116,26 @@ int record(const RecordSettings& settings) {
 
   // Checked before recording, not after an hour of it.
   requireCheckableOutput(settings.output);
+  const bool live = host::isTerminal(stdout);
+  LiveConsole console(live);
+  LiveSettings liveSettings = settings.live;
+  liveSettings.clockHz = settings.clockHz;
+  LiveTrace liveTrace(liveSettings, console);  // a taken port fails here, before anything records
+  if (const auto served = liveTrace.endpoint()) {
+    std::cout << "serving the raw SWO stream on " << served->text() << std::endl;
+  }
   ReceiverLibrary library;
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
   const DestroyRcvrFunction destroy = library.destroy;
   simulator::PassiveTarget target;
-  const bool live = host::isTerminal(stdout);
   try {
     CReceiver* receiver = create();
     CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
     driver->SetConfiguration((dir / "options.xml").string().c_str());
     receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
-    std::cout << "recording: " << statusOf(*driver) << (settings.seconds > 0 ? "" : " (Enter stops)") << std::endl;
+    liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_Core.bin").string());
+    console.lines("recording: " + statusOf(*driver) + (settings.seconds > 0 ? "" : " (Enter stops)") + "\n");
     const auto start = std::chrono::steady_clock::now();
     const auto secondsSince = [&start] {
       return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -146,13 +155,14 @@ int record(const RecordSettings& settings) {
       std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
       if (live) {
         const double bytes = driver->GetNumSamples() * 8.0;
-        std::cout << "\r  " << static_cast<long long>(bytes) << " bytes, "
-                  << static_cast<long long>(bytes / secondsSince()) << " bytes/s   " << std::flush;
+        console.status("  " + std::to_string(static_cast<long long>(bytes)) + " bytes, " +
+                       std::to_string(static_cast<long long>(bytes / secondsSince())) + " bytes/s");
       }
     }
     if (enterWatcher.joinable()) enterWatcher.join();
     receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
-    if (live) std::cout << "\n";
+    liveTrace.finish();
+    console.endStatus();
     std::cout << "stopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
     const std::uint32_t samples = driver->GetNumSamples();
     driver->SaveToFile(fs::absolute(settings.output).string(), 2);

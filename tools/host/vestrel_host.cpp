@@ -6,8 +6,11 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <utility>
+#include <vector>
 
 #include "Commands.h"
+#include "Terminal.h"
 
 using namespace vestrel::host;
 
@@ -20,6 +23,14 @@ int main(int argc, char** argv) {
   demoCommand->add_option("--seconds", demoSettings.seconds, "how long to record")->capture_default_str();
   demoCommand->add_option("--output", demoSettings.output, "folder for the files of the demo")->capture_default_str();
   demoCommand->add_option("--lines", demoSettings.excerptLines, "decoded lines to show")->capture_default_str();
+  std::string demoServe, recordServe;
+  std::vector<std::uint32_t> demoPorts, recordPorts;
+  bool demoDecode = false, demoNoDecode = false;
+  demoCommand->add_option("--serve", demoServe, "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1)");
+  demoCommand->add_flag("--decode", demoDecode, "show the decoded trace as it arrives (the default on a terminal)");
+  demoCommand->add_flag("--no-decode", demoNoDecode, "do not show the decoded trace as it arrives");
+  demoCommand->add_option("--decode-ports", demoPorts, "stimulus ports whose text is shown live (default: all)")
+      ->delimiter(',');
   auto* portsCommand = app.add_subcommand("ports", "list the probes' auxiliary serial ports");
   RecordSettings recording;
   auto* recordCommand =
@@ -32,6 +43,11 @@ int main(int argc, char** argv) {
                             "the probe's firmware version (default: the options file's, else V 1.0.0.5)");
   recordCommand->add_option("--seconds", recording.seconds, "how long; 0 records until Enter")->capture_default_str();
   recordCommand->add_option("--output", recording.output, "binary dump of the capture")->capture_default_str();
+  recordCommand->add_option("--serve", recordServe,
+                            "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1) while recording");
+  recordCommand->add_flag("--decode", recording.live.decode, "show the decoded trace as it arrives");
+  recordCommand->add_option("--decode-ports", recordPorts, "stimulus ports whose text is shown live (implies --decode)")
+      ->delimiter(',');
   std::string writeOptions, showOptions;
   auto* optionsCommand = app.add_subcommand("options", "write a default options file, or show one");
   optionsCommand->add_option("--write", writeOptions, "file to write the defaults to");
@@ -48,6 +64,18 @@ int main(int argc, char** argv) {
   exportCommand->add_option("--tdf", exporting.tdf, "TDF file to append a BinTraceData section to");
   exportCommand->add_option("--binary", exporting.binary, "binary dump to write");
   CLI11_PARSE(app, argc, argv);
+  for (auto [text, live] : {std::pair{&demoServe, &demoSettings.live}, std::pair{&recordServe, &recording.live}}) {
+    if (text->empty()) continue;
+    live->serve = vestrel::live::parseEndpoint(*text);
+    if (!live->serve) {
+      std::cerr << "vestrel-host: --serve takes [HOST:]PORT, not " << *text << "\n";
+      return 2;
+    }
+  }
+  recording.live.ports.insert(recordPorts.begin(), recordPorts.end());
+  if (!recordPorts.empty()) recording.live.decode = true;
+  demoSettings.live.ports.insert(demoPorts.begin(), demoPorts.end());
+  demoSettings.live.decode = !demoNoDecode && (demoDecode || !demoPorts.empty() || isTerminal(stdout));
   // Files and folders that cannot be made or written end the command with
   // their path and the reason, never with an uncaught exception.
   try {

@@ -1,0 +1,226 @@
+// The live trace stream: clients that come and go, one that stops reading,
+// a port that is taken, the end of the stream, and following a growing file.
+#include "TraceServer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CaptureFollower.h"
+#include "Endpoint.h"
+#include "TestSupport.h"
+#include "TraceClient.h"
+
+using namespace vestrel::live;
+
+namespace {
+
+std::vector<std::uint8_t> bytes(std::size_t size, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<std::uint8_t> out(size);
+  for (auto& byte : out) byte = static_cast<std::uint8_t>(random());
+  return out;
+}
+
+// Reads a client's stream to its end.
+std::vector<std::uint8_t> readAll(TraceClient& client) {
+  std::vector<std::uint8_t> all;
+  std::vector<std::uint8_t> block(65536);
+  for (long got; (got = client.read(block.data(), block.size())) > 0;) {
+    all.insert(all.end(), block.begin(), block.begin() + got);
+  }
+  return all;
+}
+
+template <typename Condition>
+bool waitFor(Condition condition, int seconds = 20) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+struct Logged {
+  std::mutex mutex;
+  std::vector<std::string> lines;
+  TraceServer::Log log() {
+    return [this](const std::string& line) {
+      std::lock_guard<std::mutex> guard(mutex);
+      lines.push_back(line);
+    };
+  }
+  bool anyStartsWith(const std::string& prefix) {
+    std::lock_guard<std::mutex> guard(mutex);
+    for (const auto& line : lines) {
+      if (line.rfind(prefix, 0) == 0) return true;
+    }
+    return false;
+  }
+};
+
+Endpoint loopback() { return Endpoint{"127.0.0.1", 0}; }
+
+}  // namespace
+
+TEST(Endpoint, HostDefaultsToTheLoopbackAndThePortIsChecked) {
+  EXPECT_EQ(parseEndpoint("3443")->text(), "127.0.0.1:3443");
+  EXPECT_EQ(parseEndpoint(":3443")->text(), "127.0.0.1:3443");
+  EXPECT_EQ(parseEndpoint("0.0.0.0:80")->text(), "0.0.0.0:80");
+  EXPECT_EQ(parseEndpoint("[::1]:7")->host, "::1");
+  EXPECT_FALSE(parseEndpoint("65536"));
+  EXPECT_FALSE(parseEndpoint("host:"));
+  EXPECT_FALSE(parseEndpoint("x"));
+  EXPECT_FALSE(parseEndpoint("1:2x"));
+}
+
+TEST(TraceServer, EveryClientGetsEveryByteFromWhenItConnectedInOrder) {
+  Logged logged;
+  const std::vector<std::uint8_t> early = bytes(100000, 1), late = bytes(3 << 20, 2);
+  std::vector<std::uint8_t> first, second;
+  auto server = std::make_unique<TraceServer>(loopback(), logged.log());
+  TraceClient a(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+  std::thread readerA([&] { first = readAll(a); });
+  server->publish(early.data(), early.size());
+  server->drain();
+  TraceClient b(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 2; }));
+  std::thread readerB([&] { second = readAll(b); });
+  for (std::size_t at = 0; at < late.size(); at += 4096) server->publish(&late[at], 4096);
+  server->drain();
+  server.reset();  // the end of the stream for both
+  readerA.join();
+  readerB.join();
+  std::vector<std::uint8_t> all = early;
+  all.insert(all.end(), late.begin(), late.end());
+  EXPECT_TRUE(first == all) << first.size() << " of " << all.size();
+  EXPECT_TRUE(second == late) << second.size() << " of " << late.size();
+  EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+}
+
+// A client that never reads is cut off once it is a queue behind; the one
+// that reads goes on and gets every byte.
+TEST(TraceServer, AClientThatStopsReadingIsDisconnectedAndTheOthersGoOnByteExact) {
+  Logged logged;
+  constexpr std::size_t kLimit = std::size_t{1} << 20;
+  auto server = std::make_unique<TraceServer>(loopback(), logged.log(), kLimit);
+  TraceClient stalled(server->endpoint());
+  TraceClient reading(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 2; }));
+  std::atomic<std::size_t> received{0};
+  std::vector<std::uint8_t> got;
+  std::thread reader([&] {
+    std::vector<std::uint8_t> block(65536);
+    for (long n; (n = reading.read(block.data(), block.size())) > 0;) {
+      got.insert(got.end(), block.begin(), block.begin() + n);
+      received += static_cast<std::size_t>(n);
+    }
+  });
+  const std::vector<std::uint8_t> stream = bytes(24 << 20, 3);
+  for (std::size_t at = 0; at < stream.size(); at += 65536) {
+    // The reader is never let fall half a queue behind.
+    ASSERT_TRUE(waitFor([&] { return at - received.load() < kLimit / 2 || at < received.load(); }));
+    server->publish(&stream[at], 65536);
+  }
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+  server->drain();
+  server.reset();
+  reader.join();
+  EXPECT_TRUE(got == stream) << got.size() << " of " << stream.size();
+  EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+  bool cutOff = false;
+  {
+    std::lock_guard<std::mutex> guard(logged.mutex);
+    for (const auto& line : logged.lines) {
+      cutOff = cutOff || line.find(" disconnected: it stopped reading and fell ") != std::string::npos;
+    }
+  }
+  EXPECT_TRUE(cutOff);
+}
+
+TEST(TraceServer, AClientThatLeavesMidStreamChangesNothingForTheRest) {
+  Logged logged;
+  auto server = std::make_unique<TraceServer>(loopback(), logged.log());
+  auto leaving = std::make_unique<TraceClient>(server->endpoint());
+  TraceClient staying(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 2; }));
+  std::vector<std::uint8_t> got;
+  std::thread reader([&] { got = readAll(staying); });
+  const std::vector<std::uint8_t> stream = bytes(2 << 20, 4);
+  server->publish(stream.data(), stream.size() / 2);
+  leaving.reset();
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+  server->publish(stream.data() + stream.size() / 2, stream.size() - stream.size() / 2);
+  server->drain();
+  server.reset();
+  reader.join();
+  EXPECT_TRUE(got == stream) << got.size() << " of " << stream.size();
+  EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+}
+
+TEST(TraceServer, APortThatIsTakenFailsAtOnceWithItsAddress) {
+  TraceServer first(loopback(), nullptr);
+  const Endpoint taken = first.endpoint();
+  try {
+    TraceServer second(taken, nullptr);
+    FAIL() << "a second server listens on " << taken.text();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()).rfind("cannot serve on " + taken.text() + ": ", 0), 0u) << error.what();
+  }
+  try {
+    TraceServer wrong(Endpoint{"not-an-address", 0}, nullptr);
+    FAIL() << "served on no address";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()).rfind("cannot serve on not-an-address:0: ", 0), 0u) << error.what();
+  }
+}
+
+TEST(TraceClient, ARefusedConnectionSaysWhere) {
+  Endpoint closed;
+  {
+    TraceServer server(loopback(), nullptr);
+    closed = server.endpoint();
+  }
+  try {
+    TraceClient client(closed);
+    FAIL() << "connected to a closed port";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()).rfind("cannot connect to " + closed.text() + ": ", 0), 0u) << error.what();
+  }
+}
+
+// The server is fed by following the capture file as the collector writes it.
+TEST(CaptureFollower, HandsOnEveryByteOfAGrowingFileInOrder) {
+  vestrel_test::ScratchDirectory dir;
+  const std::string path = dir.file("capture.bin");
+  std::ofstream(path, std::ios::binary).close();
+  std::vector<std::uint8_t> seen;
+  std::mutex mutex;
+  const std::vector<std::uint8_t> stream = bytes(1 << 20, 5);
+  {
+    CaptureFollower follower(path, [&](const std::uint8_t* data, std::size_t size) {
+      std::lock_guard<std::mutex> guard(mutex);
+      seen.insert(seen.end(), data, data + size);
+    });
+    std::ofstream out(path, std::ios::binary | std::ios::app);
+    for (std::size_t at = 0; at < stream.size(); at += 10000) {
+      out.write(reinterpret_cast<const char*>(&stream[at]),
+                static_cast<std::streamsize>(std::min<std::size_t>(10000, stream.size() - at)));
+      out.flush();
+    }
+    out.close();
+  }  // the follower reads what is left before it ends
+  EXPECT_TRUE(seen == stream) << seen.size() << " of " << stream.size();
+}

@@ -1,0 +1,27 @@
+// The receiving end of a raw SWO TCP stream: connects and reads what has
+// arrived, as vestrel-decode --connect does.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "Endpoint.h"
+
+namespace vestrel::live {
+
+class TraceClient {
+ public:
+  // Throws std::runtime_error "cannot connect to HOST:PORT: <reason>".
+  explicit TraceClient(const Endpoint& endpoint);
+  ~TraceClient();
+  // Bytes read (waiting for at least one), 0 when the server closed the
+  // stream, -1 when the connection failed.
+  long read(void* buffer, std::size_t size);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vestrel::live

@@ -1,0 +1,9 @@
+#include "../ListenOptions.h"
+
+namespace vestrel::live {
+
+void prepareListener(asio::ip::tcp::acceptor& acceptor, asio::error_code& error) {
+  acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true), error);
+}
+
+}  // namespace vestrel::live
