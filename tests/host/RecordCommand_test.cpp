@@ -7,12 +7,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
 
+#include "Endpoint.h"
+#include "LoopbackListener.h"
 #include "SerialLine.h"
 #include "TestSupport.h"
+#include "TraceClient.h"
 
 using namespace vestrel_test;
 namespace fs = std::filesystem;
@@ -20,6 +24,7 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string hostCommand() { return onWindows() ? "vestrel-host.exe" : "./vestrel-host"; }
+std::string decodeCommand() { return onWindows() ? "vestrel-decode.exe" : "./vestrel-decode"; }
 
 // Bytes with no zero among them, so the dump's zero padding is unambiguous.
 std::string traceBytes(std::size_t size) {
@@ -36,9 +41,21 @@ struct Recording {
   std::string printed;  // its standard output and error
 };
 
+// The port in "serving the raw SWO stream on 127.0.0.1:<port>", once printed.
+std::string servedPort(std::string printed) {
+  std::erase(printed, '\r');
+  const std::string prefix = "serving the raw SWO stream on 127.0.0.1:";
+  const std::size_t at = printed.find(prefix);
+  if (at == std::string::npos) return "";
+  const std::size_t end = printed.find('\n', at);
+  if (end == std::string::npos) return "";
+  return printed.substr(at + prefix.size(), end - at - prefix.size());
+}
+
 // Runs the command while feeding the line at about 50 KB/s (half of what
 // 1 Mbaud carries) until it exits. Bytes the line refuses are offered again.
-Recording runRecord(const std::string& arguments, const std::string& name) {
+Recording runRecord(const std::string& arguments, const std::string& name,
+                    const std::function<void(const std::string& port)>& onServing = nullptr) {
   Recording result;
   std::error_code ignored;
   fs::remove(name + ".bin", ignored);
@@ -56,10 +73,18 @@ Recording runRecord(const std::string& arguments, const std::string& name) {
   });
   const std::string source = traceBytes(4 << 20);
   std::size_t offered = 0;
+  bool served = false;
   while (!finished && offered < source.size()) {
     const std::size_t chunk = std::min<std::size_t>(512, source.size() - offered);
     offered += line.write(source.data() + offered, chunk);
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (onServing && !served) {
+      const std::string port = servedPort(readFile(name + ".out"));
+      if (!port.empty()) {
+        served = true;
+        onServing(port);
+      }
+    }
   }
   command.join();
   result.sent = source.substr(0, offered);
@@ -160,6 +185,64 @@ TEST(RecordCommand, AnOutputThatCannotHoldTheDumpEndsTheCommandWithItsPathAndWhy
               "vestrel-host: cannot write /dev/full: not a regular file, so what reaches it could not be checked");
     EXPECT_EQ(readFile(out).find("recording:"), std::string::npos) << "recorded before refusing";
   }
+}
+
+// Three clients of the live stream at once: two vestrel-decode --connect and
+// a raw socket. Each gets the capture from the moment it connected to its end.
+TEST(RecordCommand, ServesTheRawStreamToEveryClientFromWhenItConnected) {
+  std::vector<std::uint8_t> raw;
+  std::thread rawReader;
+  std::thread decoders[2];
+  int decoded[2] = {-1, -1};
+  const Recording run = runRecord(
+      "--port 7 --clock 6000000 --prescaler 5 --seconds 3 --serve 0", "record-serve", [&](const std::string& port) {
+        rawReader = std::thread([&raw, port] {
+          vestrel::live::TraceClient client(
+              vestrel::live::Endpoint{"127.0.0.1", static_cast<std::uint16_t>(std::stoi(port))});
+          std::vector<std::uint8_t> block(65536);
+          for (long n; (n = client.read(block.data(), block.size())) > 0;)
+            raw.insert(raw.end(), block.begin(), block.begin() + n);
+        });
+        for (int i = 0; i < 2; ++i) {
+          decoders[i] = std::thread([&decoded, i, port] {
+            decoded[i] = std::system((decodeCommand() + " --connect " + port + " --stats --quiet > record-serve-" +
+                                      std::to_string(i) + ".out 2>&1")
+                                         .c_str());
+          });
+        }
+      });
+  if (rawReader.joinable()) rawReader.join();
+  for (auto& decoder : decoders) {
+    if (decoder.joinable()) decoder.join();
+  }
+  EXPECT_EQ(run.exitCode, 0) << run.printed;
+  const std::string capture = withoutPadding(run.dump);
+  ASSERT_GE(raw.size(), 10000u) << "the raw client got too little";
+  ASSERT_LE(raw.size(), capture.size());
+  EXPECT_TRUE(std::equal(raw.begin(), raw.end(), capture.end() - static_cast<std::ptrdiff_t>(raw.size()),
+                         [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }))
+      << "the raw client's bytes are not the end of the capture";
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(decoded[i], 0) << readFile("record-serve-" + std::to_string(i) + ".out");
+    const std::string bytesLine = printedLine(readFile("record-serve-" + std::to_string(i) + ".out"), "bytes: ");
+    ASSERT_FALSE(bytesLine.empty());
+    const std::uint64_t bytes = std::stoull(bytesLine.substr(7));
+    EXPECT_GE(bytes, 10000u);
+    EXPECT_LE(bytes, capture.size());
+  }
+  EXPECT_NE(run.printed.find("vestrel-host: client 127.0.0.1:"), std::string::npos) << run.printed;
+}
+
+TEST(RecordCommand, AServePortThatIsTakenFailsAtOnce) {
+  LoopbackListener taken;
+  const std::string port = std::to_string(taken.port());
+  const std::string out = "record-taken.out";
+  const int status = std::system(
+      (hostCommand() + " record --port 7 --clock 6000000 --seconds 1 --serve " + port + " > " + out + " 2>&1").c_str());
+  EXPECT_NE(status, 0);
+  const std::string printed = readFile(out);
+  EXPECT_NE(printed.find("vestrel-host: cannot serve on 127.0.0.1:" + port + ": "), std::string::npos) << printed;
+  EXPECT_EQ(printed.find("recording:"), std::string::npos) << "recorded although it could not serve";
 }
 
 TEST(RecordCommand, RefusesToStartWithoutATraceClock) {
