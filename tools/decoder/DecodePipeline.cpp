@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "InputBlocks.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
+#include "PerfettoWriter.h"
 #include "SectionReader.h"
 #include "TpiuDeframer.h"
 
@@ -41,7 +43,15 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   OutputBuffer output(out);
   TextWriter text(output, options.timing);
   JsonWriter json(output, options.timing, options.raw);
+  std::optional<OutputBuffer> timelineOutput;
+  std::optional<PerfettoWriter> timeline;
+  if (options.perfetto != nullptr) {
+    timelineOutput.emplace(options.perfetto);
+    timeline.emplace(*timelineOutput, options.timing, options.counterPorts);
+  }
   auto write = [&](const Packet& packet, PacketTime time) {
+    if (timeline) timeline->write(packet, time);
+    if (options.quiet) return;
     if (options.json) {
       json.write(packet, time);
     } else {
@@ -49,7 +59,8 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
     }
   };
   BasicPacketTimer<decltype(write)> timer(write);
-  ItmDecoder decoder(options.quiet ? ItmDecoder::Sink() : ItmDecoder::Sink([&](const Packet& p) { timer.add(p); }));
+  const bool dated = !options.quiet || timeline;
+  ItmDecoder decoder(dated ? ItmDecoder::Sink([&](const Packet& p) { timer.add(p); }) : ItmDecoder::Sink());
 
   std::vector<std::uint8_t> deframed;
   TpiuDeframer deframer([&](std::uint8_t id, std::uint8_t byte) {
@@ -118,6 +129,10 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
     output.append('\n');
   }
   if (options.statistics && !options.json) writeStatistics(output, decoder.statistics());
+  if (timeline) {
+    timeline->finish();
+    if (!timelineOutput->flush()) result.status = DecodeResult::Status::WriteFailed;
+  }
   if (!output.flush()) result.status = DecodeResult::Status::WriteFailed;
   result.statistics = decoder.statistics();
   return result;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "ItmDecoder.h"
@@ -29,6 +30,11 @@ struct DecodeOptions {
   // instead of ending. It ends when stop() says so (Ctrl-C), when the file
   // at followPath is deleted or becomes shorter than what was read (replaced
   // or truncated), or after idleExitSeconds without growth.
+  // A timeline for the Perfetto UI written here too (null: none), with these
+  // stimulus ports as counters.
+  std::FILE* perfetto = nullptr;
+  std::set<std::uint32_t> counterPorts;
+
   bool follow = false;
   std::string followPath;
   std::optional<double> idleExitSeconds;

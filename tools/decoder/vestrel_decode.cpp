@@ -13,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "DecodePipeline.h"
 #include "Endpoint.h"
@@ -31,6 +32,8 @@ struct Settings {
   std::string follow;
   std::string connect;
   double idleExit = 0;
+  std::string perfetto;
+  std::vector<std::uint32_t> counterPorts;
   bool tdf = false, json = false, raw = false, statistics = false, quiet = false;
   double clockHz = 0;
   std::uint32_t prescale = 1;
@@ -47,8 +50,22 @@ DecodeOptions optionsOf(const Settings& settings) {
   options.tpiuId = settings.tpiuId;
   if (settings.clockHz > 0) options.timing.clockHz = settings.clockHz;
   options.timing.timestampPrescale = settings.prescale;
+  options.counterPorts.insert(settings.counterPorts.begin(), settings.counterPorts.end());
   return options;
 }
+
+// The timeline file, when one is asked for; throws when it cannot be made.
+struct TimelineFile {
+  explicit TimelineFile(const std::string& path) {
+    if (path.empty()) return;
+    file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+  }
+  ~TimelineFile() {
+    if (file != nullptr) std::fclose(file);
+  }
+  std::FILE* file = nullptr;
+};
 
 int report(const std::string& source, const DecodeResult& result) {
   if (result.followEnd == "deleted" || result.followEnd == "replaced") {
@@ -81,9 +98,12 @@ int runConnected(const Settings& settings) {
     return 2;
   }
   try {
+    TimelineFile timeline(settings.perfetto);
     vestrel::live::TraceClient client(*endpoint);
-    const DecodeResult result = decodeStream(
-        [&client](void* buffer, std::size_t size) { return client.read(buffer, size); }, stdout, optionsOf(settings));
+    DecodeOptions options = optionsOf(settings);
+    options.perfetto = timeline.file;
+    const DecodeResult result =
+        decodeStream([&client](void* buffer, std::size_t size) { return client.read(buffer, size); }, stdout, options);
     return report(endpoint->text(), result);
   } catch (const std::exception& error) {
     std::cerr << "vestrel-decode: " << error.what() << "\n";
@@ -108,6 +128,15 @@ int run(const Settings& settings) {
     }
   }
   DecodeOptions options = optionsOf(settings);
+  std::optional<TimelineFile> timeline;
+  try {
+    timeline.emplace(settings.perfetto);
+  } catch (const std::exception& error) {
+    std::cerr << "vestrel-decode: " << error.what() << "\n";
+    if (in != stdin) std::fclose(in);
+    return 1;
+  }
+  options.perfetto = timeline->file;
   if (!settings.follow.empty()) {
     options.follow = true;
     options.followPath = settings.follow;
@@ -141,6 +170,10 @@ int main(int argc, char** argv) {
       ->excludes(input)
       ->excludes(follow);
   app.add_flag("--tdf", settings.tdf, "read the BinTraceData section of a TDF file");
+  app.add_option("--perfetto", settings.perfetto,
+                 "also write a timeline (Chrome trace-event JSON) that the Perfetto UI and chrome://tracing open");
+  app.add_option("--counter-ports", settings.counterPorts, "with --perfetto: stimulus ports shown as counter tracks")
+      ->delimiter(',');
   app.add_flag("--json", settings.json, "JSON Lines instead of text: an object per text line and per event");
   app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");
   app.add_flag("--stats", settings.statistics, "print packet statistics at the end (as a last JSON line with --json)");

@@ -1,0 +1,145 @@
+#include "PerfettoWriter.h"
+
+#include <cstdio>
+
+namespace vestrel::decode {
+
+PerfettoWriter::PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts)
+    : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)) {
+  const bool microseconds = timing_.clockHz && *timing_.clockHz > 0;
+  out_.append("{\"displayTimeUnit\":\"ns\",\"metadata\":{\"source\":\"vestrel-decode\",\"time-unit\":\"");
+  out_.append(microseconds ? "microseconds" : "cycles");
+  out_.append("\"},\"traceEvents\":[\n");
+  out_.append("{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":1,\"tid\":0,\"args\":{\"name\":\"SWO trace\"}}");
+  first_ = false;
+  trackName(kCpuTrack, "CPU: exception handlers");
+  trackName(kPcTrack, "PC samples");
+  trackName(kMarkerTrack, "overflows and lost sync");
+}
+
+void PerfettoWriter::trackName(int track, const std::string& name) {
+  out_.append(",\n{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":1,\"tid\":");
+  out_.appendDecimal(static_cast<std::uint64_t>(track));
+  out_.append(",\"args\":{\"name\":\"");
+  appendJsonString(out_, name);
+  out_.append("\"}}");
+}
+
+void PerfettoWriter::time(std::uint64_t cycles) {
+  if (timing_.clockHz && *timing_.clockHz > 0) {
+    char text[40];
+    const int length = std::snprintf(text, sizeof text, "%.3f",
+                                     static_cast<double>(cycles) * timing_.timestampPrescale / *timing_.clockHz * 1e6);
+    out_.append(std::string_view(text, static_cast<std::size_t>(length)));
+  } else {
+    out_.appendDecimal(cycles);
+  }
+}
+
+void PerfettoWriter::event(const char* phase, int track, const std::string& name, std::uint64_t cycles,
+                           const std::string& args) {
+  out_.append(",\n{\"name\":\"");
+  appendJsonString(out_, name);
+  out_.append("\",\"ph\":\"");
+  out_.append(phase);
+  out_.append("\",\"pid\":1,\"tid\":");
+  out_.appendDecimal(static_cast<std::uint64_t>(track));
+  out_.append(",\"ts\":");
+  time(cycles);
+  if (phase[0] == 'i') out_.append(",\"s\":\"t\"");
+  if (!args.empty()) {
+    out_.append(",\"args\":");
+    out_.append(args);
+  }
+  out_.append("}");
+  lastCycles_ = cycles;
+}
+
+void PerfettoWriter::write(const Packet& p, PacketTime when) {
+  const std::uint64_t cycles = when.cycles;
+  switch (p.kind) {
+    case PacketKind::Instrumentation:
+      if (counterPorts_.count(p.port) != 0) {
+        const int track = kFirstPortTrack + static_cast<int>(p.port);
+        out_.append(",\n{\"name\":\"port ");
+        out_.appendDecimal(p.port);
+        out_.append("\",\"ph\":\"C\",\"pid\":1,\"tid\":");
+        out_.appendDecimal(static_cast<std::uint64_t>(track));
+        out_.append(",\"ts\":");
+        time(cycles);
+        out_.append(",\"args\":{\"value\":");
+        out_.appendDecimal(p.value);
+        out_.append("}}");
+        lastCycles_ = cycles;
+        return;
+      }
+      lines_.add(p, when, [this](const StimulusLines::Line& line) {
+        const int track = kFirstPortTrack + static_cast<int>(line.port);
+        if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));
+        event("i", track, line.text, line.time.cycles);
+      });
+      return;
+    case PacketKind::ExceptionTrace: {
+      const std::string name = exceptionName(p.exception);
+      if (p.function == ExceptionFunction::Entered) {
+        open_.push_back(p.exception);
+        event("B", kCpuTrack, name, cycles);
+      } else if (p.function == ExceptionFunction::Exited) {
+        // Close the handler; any entered inside it whose exit was lost
+        // closes with it.
+        bool found = false;
+        for (std::uint16_t number : open_) found = found || number == p.exception;
+        if (!found) return;
+        while (!open_.empty()) {
+          const std::uint16_t top = open_.back();
+          open_.pop_back();
+          event("E", kCpuTrack, exceptionName(top), cycles,
+                top == p.exception ? "" : "{\"closed\":\"its exit was lost\"}");
+          if (top == p.exception) break;
+        }
+      } else if (p.function == ExceptionFunction::Returned) {
+        event("i", kCpuTrack, "return to " + name, cycles);
+      }
+      return;
+    }
+    case PacketKind::PcSample: {
+      char text[24];
+      std::snprintf(text, sizeof text, "pc 0x%08llX", static_cast<unsigned long long>(p.value));
+      event("i", kPcTrack, text, cycles);
+      return;
+    }
+    case PacketKind::PcSleep:
+      event("i", kPcTrack, "core asleep", cycles);
+      return;
+    case PacketKind::Overflow:
+      event("i", kMarkerTrack, "overflow: the target dropped trace packets", cycles);
+      return;
+    case PacketKind::Malformed:
+      event("i", kMarkerTrack,
+            "sync lost: " + std::to_string(p.value) + (p.value == 1 ? " malformed byte" : " malformed bytes") +
+                " at offset " + std::to_string(p.offset),
+            cycles);
+      return;
+    case PacketKind::Sync:
+      event("i", kMarkerTrack, "sync", cycles);
+      return;
+    default:
+      return;
+  }
+}
+
+void PerfettoWriter::finish() {
+  lines_.finish([this](const StimulusLines::Line& line) {
+    const int track = kFirstPortTrack + static_cast<int>(line.port);
+    if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));
+    event("i", track, line.text, line.time.cycles);
+  });
+  while (!open_.empty()) {
+    const std::uint16_t top = open_.back();
+    open_.pop_back();
+    event("E", kCpuTrack, exceptionName(top), lastCycles_, "{\"closed\":\"at the end of the capture\"}");
+  }
+  out_.append("\n]}\n");
+}
+
+}  // namespace vestrel::decode

@@ -1,0 +1,51 @@
+// A timeline of the capture in the Chrome trace-event JSON format, which the
+// Perfetto UI (ui.perfetto.dev) and chrome://tracing open: exception
+// handlers as nested duration slices on the CPU's track, each stimulus
+// port's text lines as instant events on a track of its own, chosen ports'
+// values as counter tracks, PC samples, and overflows and lost
+// synchronisation as markers. Times are microseconds given the clock (and
+// timestamp prescale), cycles otherwise; the metadata says which. Every
+// slice that begins ends: a handler still open at the end of the capture is
+// closed at the last time and marked so.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "OutputBuffer.h"
+#include "PacketTimer.h"
+#include "TraceText.h"
+
+namespace vestrel::decode {
+
+class PerfettoWriter {
+ public:
+  PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts);
+
+  void write(const Packet& packet, PacketTime time);
+  // Closes open slices and the document.
+  void finish();
+
+  static constexpr int kCpuTrack = 1;
+  static constexpr int kPcTrack = 2;
+  static constexpr int kMarkerTrack = 3;
+  static constexpr int kFirstPortTrack = 100;  // + port number
+
+ private:
+  void event(const char* phase, int track, const std::string& name, std::uint64_t cycles, const std::string& args = "");
+  void trackName(int track, const std::string& name);
+  void time(std::uint64_t cycles);
+
+  OutputBuffer& out_;
+  Timing timing_;
+  std::set<std::uint32_t> counterPorts_;
+  StimulusLines lines_;
+  std::vector<std::uint16_t> open_;  // exceptions entered and not yet exited, innermost last
+  std::set<std::uint32_t> portsNamed_;
+  std::uint64_t lastCycles_ = 0;
+  bool first_ = true;
+};
+
+}  // namespace vestrel::decode
