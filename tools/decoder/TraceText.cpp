@@ -96,18 +96,18 @@ void TextWriter::textLine(const StimulusLines::Line& line) {
   out_.append('\n');
 }
 
+// Timestamps and stimulus pages are in the times and port numbers of the
+// rest; they have no line of their own.
+bool hasALineOfItsOwn(PacketKind kind) {
+  return kind != PacketKind::LocalTimestamp && kind != PacketKind::StimulusPage && kind != PacketKind::Extension;
+}
+
 void TextWriter::write(const Packet& p, PacketTime time) {
-  switch (p.kind) {
-    case PacketKind::Instrumentation:
-      lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
-      return;
-    case PacketKind::LocalTimestamp:
-    case PacketKind::StimulusPage:
-    case PacketKind::Extension:
-      return;
-    default:
-      break;
+  if (p.kind == PacketKind::Instrumentation) {
+    lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
+    return;
   }
+  if (!hasALineOfItsOwn(p.kind)) return;
   lineStart(time);
   switch (p.kind) {
     case PacketKind::Sync:
@@ -277,17 +277,11 @@ void JsonWriter::textLine(const StimulusLines::Line& line) {
 
 void JsonWriter::write(const Packet& p, PacketTime when) {
   if (!raw_) {
-    switch (p.kind) {
-      case PacketKind::Instrumentation:
-        lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
-        return;
-      case PacketKind::LocalTimestamp:
-      case PacketKind::StimulusPage:
-      case PacketKind::Extension:
-        return;
-      default:
-        break;
+    if (p.kind == PacketKind::Instrumentation) {
+      lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
+      return;
     }
+    if (!hasALineOfItsOwn(p.kind)) return;
   }
   out_.append("{\"offset\":");
   out_.appendDecimal(p.offset);

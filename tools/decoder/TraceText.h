@@ -16,6 +16,10 @@
 
 namespace vestrel::decode {
 
+// False for the packets that text and JSON Lines show only through the
+// others (timestamps, stimulus pages, other extensions).
+bool hasALineOfItsOwn(PacketKind kind);
+
 // The architectural name of an exception number ("SysTick", "IRQ 3").
 std::string exceptionName(std::uint32_t number);
 // The same, appended.

@@ -71,9 +71,6 @@ int demo(const DemoSettings& settings) {
   liveSettings.clockHz = kTargetClockHz;
   liveSettings.timestampPrescale = 4;
   LiveTrace liveTrace(liveSettings, console);  // a taken port fails here, before anything records
-  if (const auto served = liveTrace.endpoint()) {
-    std::cout << "serving the raw SWO stream on " << served->text() << std::endl;
-  }
 
   ReceiverLibrary library;
   if (!library.load()) return 2;

@@ -56,6 +56,7 @@ LiveTrace::LiveTrace(const LiveSettings& settings, LiveConsole& console) : setti
   if (settings_.serve) {
     server_ = std::make_unique<live::TraceServer>(
         *settings_.serve, [this](const std::string& line) { console_.lines("vestrel-host: " + line + "\n"); });
+    console_.lines("serving the raw SWO stream on " + server_->endpoint().text() + "\n");
   }
   if (settings_.decode) decoding_ = std::make_unique<Decoding>(settings_);
 }

@@ -42,7 +42,8 @@ class LiveConsole {
 
 class LiveTrace {
  public:
-  // Binds the server at once: throws std::runtime_error when it cannot.
+  // Binds the server at once and says where it serves; throws
+  // std::runtime_error when it cannot.
   LiveTrace(const LiveSettings& settings, LiveConsole& console);
   ~LiveTrace();
   // Follows the capture file from its start (the recording has begun).

@@ -121,9 +121,6 @@ int record(const RecordSettings& settings) {
   LiveSettings liveSettings = settings.live;
   liveSettings.clockHz = settings.clockHz;
   LiveTrace liveTrace(liveSettings, console);  // a taken port fails here, before anything records
-  if (const auto served = liveTrace.endpoint()) {
-    std::cout << "serving the raw SWO stream on " << served->text() << std::endl;
-  }
   ReceiverLibrary library;
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
