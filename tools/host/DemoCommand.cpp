@@ -93,6 +93,15 @@ int demo(const DemoSettings& settings) {
       std::this_thread::sleep_for(std::chrono::milliseconds(500));
       console.lines("  " + std::to_string(driver->GetNumSamples() * 8ull) + " bytes captured\n");
     }
+    // The core halts; the debugger reports the halt once the SWO line has
+    // gone quiet, so that the capture holds everything the target sent
+    // (however busy this machine is).
+    target.halt();
+    const auto quietBy = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (driver->GetNumSamples() * 8ull < target.figures().bytesSent &&
+           std::chrono::steady_clock::now() < quietBy) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
     liveTrace.finish();
     elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

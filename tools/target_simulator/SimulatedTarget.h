@@ -46,6 +46,9 @@ class SimulatedTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
     double swoBaud = 0;
   };
   Figures figures() const;
+  // The core halts: the program sends nothing more; what it sent is still
+  // on its way down the line.
+  void halt() { stop(); }
   // The text the program sent per stimulus port (valid once stopped).
   const ItmProgram& program() const { return program_; }
 
