@@ -1,5 +1,7 @@
 #include "CaptureFollower.h"
 
+#include "FileTail.h"
+
 #include <chrono>
 #include <cstdio>
 #include <vector>
@@ -36,7 +38,7 @@ void CaptureFollower::run() {
     }
     if (got < block.size()) {
       if (last) break;
-      std::clearerr(file);
+      readOnAfterEnd(file);
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
   }

@@ -4,6 +4,7 @@
 #include <io.h>
 
 #include <climits>
+#include <cstdio>
 
 namespace vestrel::decode {
 
@@ -13,7 +14,12 @@ long readAvailable(std::FILE* file, void* buffer, std::size_t size) {
   static const bool binary = _setmode(_fileno(stdin), _O_BINARY) != -1;
   (void)binary;
   const unsigned count = size > INT_MAX ? INT_MAX : static_cast<unsigned>(size);
-  return _read(descriptor, buffer, count);
+  const int got = _read(descriptor, buffer, count);
+  // At the end of a file the runtime remembers the end and reads nothing
+  // more until the position is set again: set it where it is, so that a
+  // file that grows (--follow) is read on. (A pipe has no position.)
+  if (got == 0) _lseeki64(descriptor, 0, SEEK_CUR);
+  return got;
 }
 
 }  // namespace vestrel::decode
