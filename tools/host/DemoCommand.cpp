@@ -98,8 +98,7 @@ int demo(const DemoSettings& settings) {
     // (however busy this machine is).
     target.halt();
     const auto quietBy = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (driver->GetNumSamples() * 8ull < target.figures().bytesSent &&
-           std::chrono::steady_clock::now() < quietBy) {
+    while (driver->GetNumSamples() * 8ull < target.figures().bytesSent && std::chrono::steady_clock::now() < quietBy) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
