@@ -16,7 +16,8 @@ namespace {
 struct Decoded {
   std::map<std::uint32_t, std::string> text;
   std::uint64_t exceptions = 0;
-  std::uint64_t pcSamples = 0;
+  std::map<std::uint32_t, std::uint64_t> pcSamples;
+  std::uint64_t sleepSamples = 0;
   std::uint64_t dataWrites = 0;
   std::uint64_t lastCounter = 0;
   std::uint64_t overflows = 0;
@@ -33,7 +34,10 @@ Decoded decodeInPieces(const std::string& stream, std::size_t piece, DecoderStat
         ++out.exceptions;
         break;
       case PacketKind::PcSample:
-        ++out.pcSamples;
+        ++out.pcSamples[static_cast<std::uint32_t>(p.value)];
+        break;
+      case PacketKind::PcSleep:
+        ++out.sleepSamples;
         break;
       case PacketKind::DataTraceValue:
         ++out.dataWrites;
@@ -66,7 +70,8 @@ TEST(SimulatorRoundTrip, EveryEventTheProgramSentIsDecoded) {
     const Decoded decoded = decodeInPieces(stream, piece, statistics);
     EXPECT_EQ(decoded.text, program.textSent()) << piece;
     EXPECT_EQ(decoded.exceptions, program.exceptionsSent());
-    EXPECT_EQ(decoded.pcSamples, 5000u);
+    EXPECT_EQ(decoded.pcSamples, program.pcSamplesSent());
+    EXPECT_EQ(decoded.sleepSamples, program.sleepSamplesSent());
     EXPECT_EQ(decoded.dataWrites, 5000u);
     EXPECT_EQ(decoded.lastCounter, 4999u);
     EXPECT_EQ(decoded.overflows, 1u);
@@ -74,4 +79,12 @@ TEST(SimulatorRoundTrip, EveryEventTheProgramSentIsDecoded) {
     EXPECT_EQ(statistics.count(PacketKind::Sync), (5000u + 63) / 64);
   }
   EXPECT_EQ(program.textSent().at(0).substr(0, 14), "tick 0\ntick 1\n");
+  // One sample per iteration; 2 of every 16 find the core asleep.
+  std::uint64_t running = 0;
+  for (const auto& [pc, count] : program.pcSamplesSent()) running += count;
+  EXPECT_EQ(running, 4375u);
+  EXPECT_EQ(program.sleepSamplesSent(), 625u);
+  // SysTick every 8 iterations (entry, exit, return), pre-empted by the
+  // UART's interrupt every other time (its entry and exit, SysTick's return).
+  EXPECT_EQ(program.exceptionsSent(), 625u * 3 + 313u * 3);
 }
