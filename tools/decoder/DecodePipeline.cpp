@@ -6,10 +6,13 @@
 #include <thread>
 #include <vector>
 
+#include "HtmlReport.h"
 #include "InputBlocks.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
 #include "PerfettoWriter.h"
+#include "Profile.h"
+#include "ReportCollector.h"
 #include "SectionReader.h"
 #include "TpiuDeframer.h"
 
@@ -43,14 +46,21 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   OutputBuffer output(out);
   TextWriter text(output, options.timing);
   JsonWriter json(output, options.timing, options.raw);
+  text.setSymbols(options.symbols);
+  json.setSymbols(options.symbols);
   std::optional<OutputBuffer> timelineOutput;
   std::optional<PerfettoWriter> timeline;
   if (options.perfetto != nullptr) {
     timelineOutput.emplace(options.perfetto);
-    timeline.emplace(*timelineOutput, options.timing, options.counterPorts);
+    timeline.emplace(*timelineOutput, options.timing, options.counterPorts, options.symbols);
   }
+  std::optional<ReportCollector> report;
+  if (options.html != nullptr) report.emplace(options.reportSource, options.timing);
+  Profile profile;
+  const bool profiling = options.profile || report;
   auto write = [&](const Packet& packet, PacketTime time) {
     if (timeline) timeline->write(packet, time);
+    if (report) report->write(packet, time);
     if (options.quiet) return;
     if (options.json) {
       json.write(packet, time);
@@ -59,8 +69,12 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
     }
   };
   BasicPacketTimer<decltype(write)> timer(write);
-  const bool dated = !options.quiet || timeline;
-  ItmDecoder decoder(dated ? ItmDecoder::Sink([&](const Packet& p) { timer.add(p); }) : ItmDecoder::Sink());
+  const bool dated = !options.quiet || timeline || report;
+  ItmDecoder decoder(dated || profiling ? ItmDecoder::Sink([&](const Packet& p) {
+    if (profiling) profile.add(p);
+    if (dated) timer.add(p);
+  })
+                                        : ItmDecoder::Sink());
 
   std::vector<std::uint8_t> deframed;
   TpiuDeframer deframer([&](std::uint8_t id, std::uint8_t byte) {
@@ -129,6 +143,21 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
     output.append('\n');
   }
   if (options.statistics && !options.json) writeStatistics(output, decoder.statistics());
+  const bool named = options.symbols != nullptr && !options.symbols->empty();
+  if (options.profile) {
+    const ProfileReport table = profile.report(options.symbols);
+    if (options.json) {
+      writeProfileJson(output, table);
+    } else {
+      writeProfile(output, table);
+    }
+  }
+  if (report) {
+    report->finish(decoder.statistics(), profile.report(options.symbols), named);
+    OutputBuffer page(options.html);
+    writeHtmlReport(page, report->data());
+    if (!page.flush()) result.status = DecodeResult::Status::WriteFailed;
+  }
   if (timeline) {
     timeline->finish();
     if (!timelineOutput->flush()) result.status = DecodeResult::Status::WriteFailed;

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "ItmDecoder.h"
+#include "SymbolTable.h"
 #include "TraceText.h"
 
 namespace vestrel::decode {
@@ -34,6 +35,13 @@ struct DecodeOptions {
   // stimulus ports as counters.
   std::FILE* perfetto = nullptr;
   std::set<std::uint32_t> counterPorts;
+  // The firmware's symbols (null: none): PC values named in every output.
+  const symbols::SymbolTable* symbols = nullptr;
+  // A PC-sample profile at the end (a JSON object with json).
+  bool profile = false;
+  // An HTML report written here too (null: none), headed with reportSource.
+  std::FILE* html = nullptr;
+  std::string reportSource;
 
   bool follow = false;
   std::string followPath;

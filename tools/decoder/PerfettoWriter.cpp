@@ -4,8 +4,9 @@
 
 namespace vestrel::decode {
 
-PerfettoWriter::PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts)
-    : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)) {
+PerfettoWriter::PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts,
+                               const symbols::SymbolTable* symbols)
+    : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)), symbols_(symbols) {
   const bool microseconds = timing_.clockHz && *timing_.clockHz > 0;
   out_.append("{\"displayTimeUnit\":\"ns\",\"metadata\":{\"source\":\"vestrel-decode\",\"time-unit\":\"");
   out_.append(microseconds ? "microseconds" : "cycles");
@@ -82,21 +83,13 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
     case PacketKind::ExceptionTrace: {
       const std::string name = exceptionName(p.exception);
       if (p.function == ExceptionFunction::Entered) {
-        open_.push_back(p.exception);
+        handlers_.enter(p.exception, cycles);
         event("B", kCpuTrack, name, cycles);
       } else if (p.function == ExceptionFunction::Exited) {
-        // Close the handler; any entered inside it whose exit was lost
-        // closes with it.
-        bool found = false;
-        for (std::uint16_t number : open_) found = found || number == p.exception;
-        if (!found) return;
-        while (!open_.empty()) {
-          const std::uint16_t top = open_.back();
-          open_.pop_back();
-          event("E", kCpuTrack, exceptionName(top), cycles,
-                top == p.exception ? "" : "{\"closed\":\"its exit was lost\"}");
-          if (top == p.exception) break;
-        }
+        handlers_.exit(p.exception, cycles, [this](const HandlerRun& run) {
+          event("E", kCpuTrack, exceptionName(run.exception), run.end,
+                run.how == HandlerRun::End::Exited ? "" : "{\"closed\":\"its exit was lost\"}");
+        });
       } else if (p.function == ExceptionFunction::Returned) {
         event("i", kCpuTrack, "return to " + name, cycles);
       }
@@ -105,7 +98,19 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
     case PacketKind::PcSample: {
       char text[24];
       std::snprintf(text, sizeof text, "pc 0x%08llX", static_cast<unsigned long long>(p.value));
-      event("i", kPcTrack, text, cycles);
+      const symbols::FunctionSymbol* function =
+          symbols_ != nullptr ? symbols_->functionAt(static_cast<std::uint32_t>(p.value)) : nullptr;
+      if (function == nullptr) {
+        event("i", kPcTrack, text, cycles);
+        return;
+      }
+      OutputBuffer args;
+      args.append("{\"pc\":\"");
+      args.append(text + 3);
+      args.append("\",\"at\":\"");
+      appendJsonString(args, symbols_->describe(static_cast<std::uint32_t>(p.value)));
+      args.append("\"}");
+      event("i", kPcTrack, function->name, cycles, args.text());
       return;
     }
     case PacketKind::PcSleep:
@@ -134,11 +139,9 @@ void PerfettoWriter::finish() {
     if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));
     event("i", track, line.text, line.time.cycles);
   });
-  while (!open_.empty()) {
-    const std::uint16_t top = open_.back();
-    open_.pop_back();
-    event("E", kCpuTrack, exceptionName(top), lastCycles_, "{\"closed\":\"at the end of the capture\"}");
-  }
+  handlers_.finish(lastCycles_, [this](const HandlerRun& run) {
+    event("E", kCpuTrack, exceptionName(run.exception), run.end, "{\"closed\":\"at the end of the capture\"}");
+  });
   out_.append("\n]}\n");
 }
 

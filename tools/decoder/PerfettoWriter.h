@@ -14,15 +14,19 @@
 #include <string>
 #include <vector>
 
+#include "HandlerStack.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
+#include "SymbolTable.h"
 #include "TraceText.h"
 
 namespace vestrel::decode {
 
 class PerfettoWriter {
  public:
-  PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts);
+  // symbols (may be null): PC samples are named by their function.
+  PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts,
+                 const symbols::SymbolTable* symbols = nullptr);
 
   void write(const Packet& packet, PacketTime time);
   // Closes open slices and the document.
@@ -41,8 +45,9 @@ class PerfettoWriter {
   OutputBuffer& out_;
   Timing timing_;
   std::set<std::uint32_t> counterPorts_;
+  const symbols::SymbolTable* symbols_;
   StimulusLines lines_;
-  std::vector<std::uint16_t> open_;  // exceptions entered and not yet exited, innermost last
+  HandlerStack handlers_;
   std::set<std::uint32_t> portsNamed_;
   std::uint64_t lastCycles_ = 0;
   bool first_ = true;

@@ -70,6 +70,14 @@ void appendPrintable(OutputBuffer& out, const std::string& text) {
 
 // --- text ----------------------------------------------------------------------------
 
+void TextWriter::where(std::uint64_t pc) {
+  if (symbols_ == nullptr) return;
+  const std::string description = symbols_->describe(static_cast<std::uint32_t>(pc));
+  if (description.empty()) return;
+  out_.append(' ');
+  out_.append(description);
+}
+
 void TextWriter::when(PacketTime time) {
   out_.append('[');
   out_.appendDecimal(time.cycles);
@@ -137,6 +145,7 @@ void TextWriter::write(const Packet& p, PacketTime time) {
     case PacketKind::PcSample:
       out_.append("pc sample ");
       out_.appendHex(p.value, 8);
+      where(p.value);
       break;
     case PacketKind::PcSleep:
       out_.append(p.control == 0xFF ? "pc sample: sampling prohibited" : "pc sample: core asleep");
@@ -154,6 +163,7 @@ void TextWriter::write(const Packet& p, PacketTime time) {
       if (p.kind == PacketKind::DataTracePc) {
         out_.append(" pc ");
         out_.appendHex(p.value, 8);
+        where(p.value);
       } else if (p.kind == PacketKind::DataTraceAddress) {
         out_.append(" address ");
         out_.appendHex(p.value, 4);
@@ -316,6 +326,12 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
       out_.append(",\"value\":");
       out_.appendDecimal(p.value);
       if (p.kind == PacketKind::DataTraceValue) out_.append(p.write ? ",\"write\":true" : ",\"write\":false");
+      if (p.kind == PacketKind::DataTracePc) where(p.value);
+      break;
+    case PacketKind::PcSample:
+      out_.append(",\"value\":");
+      out_.appendDecimal(p.value);
+      where(p.value);
       break;
     case PacketKind::LocalTimestamp:
       out_.append(",\"value\":");
@@ -343,6 +359,22 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
   out_.append("}\n");
   if (p.kind == PacketKind::Instrumentation) {
     lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
+  }
+}
+
+void JsonWriter::where(std::uint64_t pc) {
+  if (symbols_ == nullptr) return;
+  const symbols::FunctionSymbol* function = symbols_->functionAt(static_cast<std::uint32_t>(pc));
+  if (function == nullptr) return;
+  out_.append(",\"function\":\"");
+  appendJsonString(out_, function->name);
+  out_.append("\",\"function_offset\":");
+  out_.appendDecimal(pc - function->start);
+  if (const auto line = symbols_->lineAt(static_cast<std::uint32_t>(pc))) {
+    out_.append(",\"file\":\"");
+    appendJsonString(out_, symbols::baseName(*line->file));
+    out_.append("\",\"line\":");
+    out_.appendDecimal(line->line);
   }
 }
 

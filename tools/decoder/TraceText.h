@@ -13,6 +13,7 @@
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
+#include "SymbolTable.h"
 
 namespace vestrel::decode {
 
@@ -83,15 +84,19 @@ class TextWriter {
   void write(const Packet& packet, PacketTime time);
   // Writes stimulus text still waiting for its newline.
   void flush();
+  // PC values are then also given as function+offset (file:line).
+  void setSymbols(const symbols::SymbolTable* symbols) { symbols_ = symbols; }
 
  private:
   void when(PacketTime time);
+  void where(std::uint64_t pc);
   void lineStart(PacketTime time);
   void textLine(const StimulusLines::Line& line);
 
   OutputBuffer& out_;
   Timing timing_;
   StimulusLines lines_;
+  const symbols::SymbolTable* symbols_ = nullptr;
 };
 
 // JSON Lines carry what the text carries, as objects with the same times:
@@ -104,15 +109,19 @@ class JsonWriter {
   void write(const Packet& packet, PacketTime time);
   // Writes stimulus text still waiting for its newline as text objects.
   void flush();
+  // PC values then also carry "function", "file" and "line".
+  void setSymbols(const symbols::SymbolTable* symbols) { symbols_ = symbols; }
 
  private:
   void time(PacketTime time);
+  void where(std::uint64_t pc);
   void textLine(const StimulusLines::Line& line);
 
   OutputBuffer& out_;
   Timing timing_;
   bool raw_;
   StimulusLines lines_;
+  const symbols::SymbolTable* symbols_ = nullptr;
 };
 
 // Appends text as a JSON string body: quotes, backslashes and every control

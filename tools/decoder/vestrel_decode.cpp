@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "DecodePipeline.h"
+#include "ElfSymbols.h"
 #include "Endpoint.h"
 #include "TraceClient.h"
 
@@ -33,11 +34,15 @@ struct Settings {
   std::string connect;
   double idleExit = 0;
   std::string perfetto;
+  std::string html;
+  std::string elf;
+  bool profile = false;
   std::vector<std::uint32_t> counterPorts;
   bool tdf = false, json = false, raw = false, statistics = false, quiet = false;
   double clockHz = 0;
   std::uint32_t prescale = 1;
   int tpiuId = 0;
+  vestrel::symbols::SymbolTable symbols;
 };
 
 DecodeOptions optionsOf(const Settings& settings) {
@@ -51,17 +56,20 @@ DecodeOptions optionsOf(const Settings& settings) {
   if (settings.clockHz > 0) options.timing.clockHz = settings.clockHz;
   options.timing.timestampPrescale = settings.prescale;
   options.counterPorts.insert(settings.counterPorts.begin(), settings.counterPorts.end());
+  options.profile = settings.profile;
+  if (!settings.symbols.empty()) options.symbols = &settings.symbols;
   return options;
 }
 
-// The timeline file, when one is asked for; throws when it cannot be made.
-struct TimelineFile {
-  explicit TimelineFile(const std::string& path) {
+// A file written beside the decoded output (a timeline, a report), when one
+// is asked for; throws when it cannot be made.
+struct OutputFile {
+  explicit OutputFile(const std::string& path) {
     if (path.empty()) return;
     file = std::fopen(path.c_str(), "wb");
     if (file == nullptr) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
   }
-  ~TimelineFile() {
+  ~OutputFile() {
     if (file != nullptr) std::fclose(file);
   }
   std::FILE* file = nullptr;
@@ -98,10 +106,13 @@ int runConnected(const Settings& settings) {
     return 2;
   }
   try {
-    TimelineFile timeline(settings.perfetto);
+    OutputFile timeline(settings.perfetto);
+    OutputFile page(settings.html);
     vestrel::live::TraceClient client(*endpoint);
     DecodeOptions options = optionsOf(settings);
     options.perfetto = timeline.file;
+    options.html = page.file;
+    options.reportSource = endpoint->text();
     const DecodeResult result =
         decodeStream([&client](void* buffer, std::size_t size) { return client.read(buffer, size); }, stdout, options);
     return report(endpoint->text(), result);
@@ -111,7 +122,15 @@ int runConnected(const Settings& settings) {
   }
 }
 
-int run(const Settings& settings) {
+int run(Settings& settings) {
+  if (!settings.elf.empty()) {
+    try {
+      settings.symbols = vestrel::symbols::loadElfSymbols(settings.elf);
+    } catch (const std::exception& error) {
+      std::cerr << "vestrel-decode: " << error.what() << "\n";
+      return 1;
+    }
+  }
   if (!settings.connect.empty()) return runConnected(settings);
   const std::string source = settings.follow.empty() ? settings.input : settings.follow;
   std::FILE* in = stdin;
@@ -128,15 +147,19 @@ int run(const Settings& settings) {
     }
   }
   DecodeOptions options = optionsOf(settings);
-  std::optional<TimelineFile> timeline;
+  std::optional<OutputFile> timeline;
+  std::optional<OutputFile> page;
   try {
     timeline.emplace(settings.perfetto);
+    page.emplace(settings.html);
   } catch (const std::exception& error) {
     std::cerr << "vestrel-decode: " << error.what() << "\n";
     if (in != stdin) std::fclose(in);
     return 1;
   }
   options.perfetto = timeline->file;
+  options.html = page->file;
+  options.reportSource = source == "-" ? "standard input" : source;
   if (!settings.follow.empty()) {
     options.follow = true;
     options.followPath = settings.follow;
@@ -174,6 +197,15 @@ int main(int argc, char** argv) {
                  "also write a timeline (Chrome trace-event JSON) that the Perfetto UI and chrome://tracing open");
   app.add_option("--counter-ports", settings.counterPorts, "with --perfetto: stimulus ports shown as counter tracks")
       ->delimiter(',');
+  app.add_option("--html", settings.html,
+                 "also write a report (summary, exception timeline, profile, port text) as one self-contained HTML "
+                 "file");
+  app.add_option("--elf", settings.elf,
+                 vestrel::symbols::elfSymbolsAvailable()
+                     ? "the firmware's ELF file: PC values named by function (and file:line with debug information)"
+                     : "the firmware's ELF file (not available in the Windows build: it has no ELF reader)");
+  app.add_flag("--profile", settings.profile,
+               "print a PC-sample profile at the end: functions by share of samples (with --elf), hottest lines");
   app.add_flag("--json", settings.json, "JSON Lines instead of text: an object per text line and per event");
   app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");
   app.add_flag("--stats", settings.statistics, "print packet statistics at the end (as a last JSON line with --json)");

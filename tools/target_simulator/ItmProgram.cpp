@@ -52,6 +52,13 @@ const char* const kSampleSchedule[16] = {
     "filter_sample", "SysTick_Handler",
 };
 
+std::uint32_t firmwareLabel(const std::string& name) {
+  for (const FirmwareLabel& label : kFirmwareLabels) {
+    if (name == label.name) return label.address;
+  }
+  throw std::logic_error("the demo firmware has no label " + name);
+}
+
 const FirmwareFunction& firmwareFunction(const std::string& name) {
   for (const FirmwareFunction& function : kFirmwareFunctions) {
     if (name == function.name) return function;
@@ -101,7 +108,9 @@ void ItmProgram::exceptions(std::string& out, bool nested) {
 }
 
 // A periodic PC sample from the schedule; within a function the samples walk
-// its instructions (2-byte steps), so every instruction gets its share.
+// its instructions (2-byte steps), so every instruction gets its share; but
+// every other sample in filter_sample falls in its summing loop, the hot
+// spot.
 void ItmProgram::pcSample(std::string& out, std::uint64_t iteration) {
   const char* name = kSampleSchedule[iteration % 16];
   if (name[0] == '\0') {
@@ -110,8 +119,14 @@ void ItmProgram::pcSample(std::string& out, std::uint64_t iteration) {
     return;
   }
   const FirmwareFunction& function = firmwareFunction(name);
-  const auto step = static_cast<std::uint32_t>((iteration / 16 * 2) % function.size);
-  const std::uint32_t pc = function.address + step;
+  std::uint32_t start = function.address;
+  std::uint32_t size = function.size;
+  if (std::string(name) == "filter_sample" && iteration / 2 % 2 == 0) {
+    start = firmwareLabel("filter_sum");
+    size = firmwareLabel("filter_done") - start;
+  }
+  const auto step = static_cast<std::uint32_t>((iteration / 16 * 2) % size);
+  const std::uint32_t pc = start + step;
   append(out, {0x17, static_cast<std::uint8_t>(pc), static_cast<std::uint8_t>(pc >> 8),
                static_cast<std::uint8_t>(pc >> 16), static_cast<std::uint8_t>(pc >> 24)});
   ++pcSamples_[pc];

@@ -1,12 +1,17 @@
 # Writes FirmwareLayout.h: the demo firmware's functions (name, address,
-# size) as the linker placed them, from arm-none-eabi-nm.
+# size) and local labels as the linker placed them, from arm-none-eabi-nm.
 execute_process(COMMAND ${NM} -S --defined-only -n ${FIRMWARE} OUTPUT_VARIABLE symbols RESULT_VARIABLE result)
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "arm-none-eabi-nm could not read ${FIRMWARE}")
 endif()
 string(REPLACE "\n" ";" lines "${symbols}")
 set(entries "")
+set(labels "")
 foreach(line IN LISTS lines)
+  # "000000a4 t filter_sum": a local label inside a function.
+  if(line MATCHES "^([0-9a-f]+) t ([A-Za-z_][A-Za-z0-9_]*)$")
+    string(APPEND labels "    {\"${CMAKE_MATCH_2}\", 0x${CMAKE_MATCH_1}u},\n")
+  endif()
   # "00000082 0000000a T read_sensor": sized global text symbols are the functions.
   if(line MATCHES "^([0-9a-f]+) ([0-9a-f]+) T ([A-Za-z_][A-Za-z0-9_]*)$")
     string(APPEND entries "    {\"${CMAKE_MATCH_3}\", 0x${CMAKE_MATCH_1}u, 0x${CMAKE_MATCH_2}u},\n")
@@ -19,6 +24,8 @@ file(WRITE ${OUTPUT}.new
   "// Generated from the linked demo firmware's symbols; do not edit.\n"
   "#pragma once\n\n#include <cstdint>\n\nnamespace vestrel::simulator {\n\n"
   "struct FirmwareFunction {\n  const char* name;\n  std::uint32_t address;\n  std::uint32_t size;\n};\n\n"
-  "inline constexpr FirmwareFunction kFirmwareFunctions[] = {\n${entries}};\n\n}  // namespace vestrel::simulator\n")
+  "inline constexpr FirmwareFunction kFirmwareFunctions[] = {\n${entries}};\n\n"
+  "struct FirmwareLabel {\n  const char* name;\n  std::uint32_t address;\n};\n\n"
+  "inline constexpr FirmwareLabel kFirmwareLabels[] = {\n${labels}};\n\n}  // namespace vestrel::simulator\n")
 file(COPY_FILE ${OUTPUT}.new ${OUTPUT} ONLY_IF_DIFFERENT)
 file(REMOVE ${OUTPUT}.new)

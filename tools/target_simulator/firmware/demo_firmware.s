@@ -95,6 +95,7 @@ filter_sum:
         adds    r5, r5, #1
         cmp     r5, #8
         bne     filter_sum
+filter_done:
         lsrs    r0, r4, #3
         ldr     r1, =filtered
         str     r0, [r1]

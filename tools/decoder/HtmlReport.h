@@ -1,0 +1,24 @@
+// The capture as one self-contained HTML page (no script, no network, no
+// font to fetch): a summary, an SVG timeline of exception handlers (a lane
+// per exception, pre-emption visible as overlapping runs), the PC-sample
+// profile as a bar chart with its hottest lines, and each stimulus port's
+// text. Elements tests and people look for carry ids: summary, timeline,
+// exceptions, profile, profile-chart, ports, port-<n>.
+#pragma once
+
+#include "OutputBuffer.h"
+#include "ReportCollector.h"
+
+namespace vestrel::decode {
+
+void writeHtmlReport(OutputBuffer& out, const ReportData& data);
+
+// Text made safe inside HTML elements and attribute values; control
+// characters shown as \xNN.
+void appendHtml(OutputBuffer& out, const std::string& text);
+
+// A time for people: "12.500 µs", "3.250 ms", "1.200 s" given the clock,
+// "1234 cycles" without it.
+std::string humanTime(std::uint64_t cycles, const Timing& timing);
+
+}  // namespace vestrel::decode
