@@ -15,9 +15,10 @@ using nlohmann::json;
 
 namespace {
 
-json timelineOf(const std::string& bytes, Timing timing = {}, std::set<std::uint32_t> counters = {}) {
+json timelineOf(const std::string& bytes, Timing timing = {}, std::set<std::uint32_t> counters = {},
+                const vestrel::symbols::SymbolTable* symbols = nullptr) {
   OutputBuffer out;
-  PerfettoWriter timeline(out, timing, counters);
+  PerfettoWriter timeline(out, timing, counters, symbols);
   PacketTimer timer([&](const Packet& p, PacketTime time) { timeline.write(p, time); });
   ItmDecoder decoder([&](const Packet& p) { timer.add(p); });
   decoder.feed(bytes);
@@ -109,4 +110,20 @@ TEST(PerfettoTimeline, TextLinesCountersPcSamplesAndMarkersHaveTracksOfTheirOwn)
   EXPECT_EQ(byTrack[PerfettoWriter::kMarkerTrack],
             (std::vector<std::string>{"i overflow: the target dropped trace packets",
                                       "i sync lost: 1 malformed byte at offset 16"}));
+}
+
+TEST(PerfettoTimeline, PcSamplesAreNamedByTheirFunction) {
+  const vestrel::symbols::SymbolTable symbols({{"filter_sample", 0x100, 0x20}}, {"/src/fw.s"}, {{0x100, 0, 81, false}});
+  const json document =
+      timelineOf(std::string("\x17\x04\x01\x00\x00\x17\x00\x02\x00\x00\xC0\x05", 12), {}, {}, &symbols);
+  std::vector<json> samples;
+  for (const auto& event : eventsOf(document, "i")) {
+    if (event["tid"] == PerfettoWriter::kPcTrack) samples.push_back(event);
+  }
+  ASSERT_EQ(samples.size(), 2u);
+  EXPECT_EQ(samples[0]["name"], "filter_sample");
+  EXPECT_EQ(samples[0]["args"]["pc"], "0x00000104");
+  EXPECT_EQ(samples[0]["args"]["at"], "filter_sample+0x4 (fw.s:81)");
+  EXPECT_EQ(samples[1]["name"], "pc 0x00000200");  // in no function
+  EXPECT_EQ(samples[1]["ts"], 5);
 }
