@@ -1,8 +1,10 @@
 // demo: everything simulated (probe software, a target whose ITM stream runs
 // through a serial line, automatic clock and prescaler); records, decodes,
 // summarises and saves.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -10,13 +12,18 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Commands.h"
+#include "DecodePipeline.h"
+#include "ElfSymbols.h"
+#include "FirmwareLayout.h"
 #include "HostCore.h"
 #include "ItmDecoder.h"
 #include "LiveTrace.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
+#include "ProgramFolder.h"
 #include "SimulatedTarget.h"
 #include "TraceEnvironment.h"
 #include "TraceText.h"
@@ -42,6 +49,68 @@ void writeOptions(const fs::path& path) {
             "\t<CLKFREQ>Auto</CLKFREQ>\n\t<CLKFREQVAL>Frequency in Hz</CLKFREQVAL>\n"
             "\t<COMPORT>" +
                 std::to_string(kComPort) + "</COMPORT>\n\t<TSPRESCALAR>4</TSPRESCALAR>\n</CHANNEL-SETUP>\n");
+}
+
+// Names for the PC samples: the firmware's ELF file beside vestrel-host
+// (names and lines) or, in a build without an ELF reader, the simulator's
+// table of the firmware's functions (names only). Says which.
+symbols::SymbolTable firmwareSymbols(std::string& from) {
+  const fs::path elf = programFolder() / "demo-firmware.elf";
+  if (symbols::elfSymbolsAvailable()) {
+    try {
+      from = elf.string();
+      return symbols::loadElfSymbols(from);
+    } catch (const std::exception& error) {
+      std::cerr << "vestrel-host: " << error.what() << "; the profile names functions without lines\n";
+    }
+  }
+  std::vector<symbols::FunctionSymbol> functions;
+  for (const auto& function : simulator::kFirmwareFunctions) {
+    functions.push_back({function.name, function.address, function.size});
+  }
+  from = "the simulator's table of the demo firmware (this build reads no ELF files: no lines)";
+  return symbols::SymbolTable(std::move(functions), {}, {});
+}
+
+// The capture once more, for the pictures: a Perfetto timeline and the HTML
+// report beside the TDF file, and the profile printed. False when a file
+// could not be written.
+bool writePictures(const std::string& capture, const fs::path& dir, const symbols::SymbolTable& symbols,
+                   const std::string& symbolsFrom) {
+  const fs::path timelinePath = dir / "trace.perfetto.json";
+  const fs::path reportPath = dir / "report.html";
+  std::FILE* timeline = std::fopen(timelinePath.string().c_str(), "wb");
+  std::FILE* report = std::fopen(reportPath.string().c_str(), "wb");
+  decode::DecodeOptions options;
+  options.quiet = true;
+  options.profile = true;
+  options.symbols = &symbols;
+  options.timing.clockHz = kTargetClockHz;
+  options.timing.timestampPrescale = 4;
+  options.perfetto = timeline;
+  options.html = report;
+  options.reportSource = "vestrel-host demo: " + (dir / "trace.bin").string();
+  std::size_t position = 0;
+  std::cout << "\nwhere the time goes (PC samples; names from " << symbolsFrom << "):\n";
+  std::cout.flush();
+  decode::DecodeResult result;
+  if (timeline != nullptr && report != nullptr) {
+    result = decode::decodeStream(
+        [&](void* buffer, std::size_t size) {
+          const std::size_t n = std::min(size, capture.size() - position);
+          std::memcpy(buffer, capture.data() + position, n);
+          position += n;
+          return static_cast<long>(n);
+        },
+        stdout, options);
+  }
+  const bool closed =
+      (timeline == nullptr || std::fclose(timeline) == 0) & (report == nullptr || std::fclose(report) == 0);
+  if (timeline == nullptr || report == nullptr || result.status != decode::DecodeResult::Status::Done || !closed) {
+    std::cerr << "vestrel-host: could not write " << timelinePath.string() << " and " << reportPath.string() << "\n";
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -131,6 +200,9 @@ int demo(const DemoSettings& settings) {
   timing.clockHz = kTargetClockHz;
   timing.timestampPrescale = 4;
   decode::TextWriter writer(text, timing);
+  std::string symbolsFrom;
+  const symbols::SymbolTable symbols = firmwareSymbols(symbolsFrom);
+  writer.setSymbols(&symbols);
   decode::PacketTimer timer([&](const decode::Packet& p, decode::PacketTime time) { writer.write(p, time); });
   std::map<std::uint32_t, std::string> received;
   decode::ItmDecoder decoder([&](const decode::Packet& p) {
@@ -146,6 +218,8 @@ int demo(const DemoSettings& settings) {
   std::cout << "\ndecoded trace (first " << excerptLines << " lines):\n";
   std::string lineText;
   for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
+
+  const bool pictures = writePictures(capture, dir, symbols, symbolsFrom);
 
   const auto figures = target.figures();
   const auto& stats = decoder.statistics();
@@ -177,8 +251,9 @@ int demo(const DemoSettings& settings) {
               textExact ? "identical to what the target sent" : "DIFFERS from what the target sent");
   std::printf("  TDF section         %s\n", tdfExact ? "holds exactly the capture" : "DIFFERS from the capture");
   std::cout << "\nfiles in " << dir.string() << ": trace.tdf (BinTraceData section), trace.bin (binary dump), "
+            << "report.html (open it in a browser), trace.perfetto.json (open it at https://ui.perfetto.dev), "
             << "options.xml, .KV-trace/ (log, capture)\n";
-  return textExact && tdfExact && figures.bytesLost == 0 && malformed == 0 ? 0 : 1;
+  return textExact && tdfExact && pictures && figures.bytesLost == 0 && malformed == 0 ? 0 : 1;
 }
 
 }  // namespace vestrel::host
