@@ -14,6 +14,7 @@
 
 #include "CommandStatus.h"
 #include "FirmwareLayout.h"
+#include "FirmwareSource.h"
 #include "ItmProgram.h"
 #include "TestSupport.h"
 
@@ -62,26 +63,9 @@ class DecodeCommand : public ::testing::Test {
   ScratchDirectory scratch_;
 };
 
-// The source line of the first instruction after a label in the firmware.
-std::uint32_t lineAfterLabel(const std::string& label) {
-  std::ifstream source(VESTREL_DEMO_FIRMWARE_SOURCE);
-  std::string text;
-  for (std::uint32_t number = 1; std::getline(source, text); ++number) {
-    if (text == label + ":") return number + 1;
-  }
-  return 0;
+std::string where(const std::string& function) {
+  return "demo_firmware.s:" + std::to_string(firmwareLineAfterLabel(function));
 }
-
-std::uint32_t lineHolding(const std::string& part) {
-  std::ifstream source(VESTREL_DEMO_FIRMWARE_SOURCE);
-  std::string text;
-  for (std::uint32_t number = 1; std::getline(source, text); ++number) {
-    if (text.find(part) != std::string::npos) return number;
-  }
-  return 0;
-}
-
-std::string where(const std::string& function) { return "demo_firmware.s:" + std::to_string(lineAfterLabel(function)); }
 
 TEST_F(DecodeCommand, TheProfileByFunctionAndLine) {
   const CommandRun run = decode("--elf demo-firmware.elf --profile --quiet");
@@ -92,7 +76,7 @@ TEST_F(DecodeCommand, TheProfileByFunctionAndLine) {
     return;
   }
   ASSERT_EQ(run.exitCode, 0) << run.err;
-  const std::uint32_t hot = lineHolding("the hot spot");
+  const std::uint32_t hot = firmwareLineHolding("the hot spot");
   // filter_sample has 6 samples a round: 3 walk its 23 halfwords (the first
   // 8 five times in 100 rounds, the rest 4 times), 3 walk its loop's 6
   // halfwords (the first 4 seventeen times, the rest 16). The loop's 4-byte
@@ -100,7 +84,7 @@ TEST_F(DecodeCommand, TheProfileByFunctionAndLine) {
   // line; the add and adds after it 3 * 17 + 3 * 4 = 63 each.
   // main has 2 a round over its 14 halfwords (the first two 8 times, the
   // rest 7): each 4-byte bl is 2 * (7 + 7) = 28; ties stay in line order.
-  const std::string mainLoop = std::to_string(lineAfterLabel("main_loop"));
+  const std::string mainLoop = std::to_string(firmwareLineAfterLabel("main_loop"));
   EXPECT_EQ(run.out,
             "PC-sample profile: 1600 samples\n"
             " samples        %  function\n"
@@ -136,10 +120,10 @@ TEST_F(DecodeCommand, TheProfileByFunctionAndLine) {
                 where("read_sensor") +
                 "\n"
                 "      60    3.75%  demo_firmware.s:" +
-                std::to_string(lineAfterLabel("read_sensor") + 1) +
+                std::to_string(firmwareLineAfterLabel("read_sensor") + 1) +
                 "\n"
                 "      60    3.75%  demo_firmware.s:" +
-                std::to_string(lineAfterLabel("read_sensor") + 2) +
+                std::to_string(firmwareLineAfterLabel("read_sensor") + 2) +
                 "\n"
                 "  main\n"
                 "      28    1.75%  demo_firmware.s:" +
@@ -170,7 +154,7 @@ TEST_F(DecodeCommand, TheProfileAsJson) {
       counts,
       (std::map<std::string, int>{
           {"filter_sample", 600}, {"main", 200}, {"read_sensor", 300}, {"SysTick_Handler", 100}, {"uart_send", 200}}));
-  EXPECT_EQ(profile["functions"][0]["lines"][0]["line"], lineHolding("the hot spot"));
+  EXPECT_EQ(profile["functions"][0]["lines"][0]["line"], firmwareLineHolding("the hot spot"));
 }
 
 TEST_F(DecodeCommand, WithoutAnElfFileTheProfileIsByAddress) {

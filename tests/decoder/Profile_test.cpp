@@ -5,13 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "ElfSymbols.h"
 #include "FirmwareLayout.h"
+#include "FirmwareSource.h"
 #include "ItmProgram.h"
 
 using namespace vestrel::decode;
@@ -47,12 +47,18 @@ SymbolTable smallTable() {
                      {{0x100, 0, 7, false}, {0x104, 0, 8, false}, {0x110, 0, 0, true}});
 }
 
-TEST(Profile, CountsBySimulatedFunctionAreExact) {
-  ItmProgram program;
+// The profile of the simulated firmware's first iterations.
+Profile profileOfSimulation(ItmProgram& program, int iterations) {
   Profile profile;
   ItmDecoder decoder([&](const Packet& p) { profile.add(p); });
-  for (int i = 0; i < 4000; ++i) decoder.feed(program.nextIteration());
+  for (int i = 0; i < iterations; ++i) decoder.feed(program.nextIteration());
   decoder.finish();
+  return profile;
+}
+
+TEST(Profile, CountsBySimulatedFunctionAreExact) {
+  ItmProgram program;
+  const Profile profile = profileOfSimulation(program, 4000);
 
   std::map<std::string, std::uint64_t> sent;
   const SymbolTable symbols = firmwareFunctions();
@@ -185,10 +191,7 @@ TEST(Profile, HottestLinesOfTheFirmwareAreTheAssemblersLines) {
   }
   const SymbolTable symbols = vestrel::symbols::loadElfSymbols(VESTREL_DEMO_FIRMWARE);
   ItmProgram program;
-  Profile profile;
-  ItmDecoder decoder([&](const Packet& p) { profile.add(p); });
-  for (int i = 0; i < 4000; ++i) decoder.feed(program.nextIteration());
-  decoder.finish();
+  const Profile profile = profileOfSimulation(program, 4000);
 
   // What was sent, by line of filter_sample.
   std::map<std::uint32_t, std::uint64_t> sentByLine;
@@ -201,12 +204,7 @@ TEST(Profile, HottestLinesOfTheFirmwareAreTheAssemblersLines) {
   ASSERT_EQ(hottest.hottestLines.size(), 3u);
   // Half of its samples fall in the summing loop; its 4-byte load is
   // sampled twice per pass (both halfwords), so its line leads.
-  std::ifstream source(VESTREL_DEMO_FIRMWARE_SOURCE);
-  std::string text;
-  std::uint32_t hotLine = 0;
-  for (std::uint32_t number = 1; std::getline(source, text); ++number) {
-    if (text.find("the hot spot") != std::string::npos) hotLine = number;
-  }
+  const std::uint32_t hotLine = vestrel_test::firmwareLineHolding("the hot spot");
   EXPECT_EQ(hottest.hottestLines[0].file, "demo_firmware.s");
   EXPECT_EQ(hottest.hottestLines[0].line, hotLine);
   for (const ProfileLine& line : hottest.hottestLines) {

@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
 #include "FirmwareLayout.h"
+#include "FirmwareSource.h"
 
 using namespace vestrel::symbols;
 using vestrel::simulator::kFirmwareFunctions;
@@ -18,16 +18,6 @@ namespace {
 constexpr const char* kNoElfReader =
     "the Windows build has no ELF reader (elfutils is built for Linux only); "
     "ElfSymbols.TheWindowsBuildSaysWhy asserts its message";
-
-// The line of the firmware's source that holds text (1-based), 0 if none.
-std::uint32_t sourceLineOf(const std::string& text) {
-  std::ifstream source(VESTREL_DEMO_FIRMWARE_SOURCE);
-  std::string line;
-  for (std::uint32_t number = 1; std::getline(source, line); ++number) {
-    if (line.find(text) != std::string::npos) return number;
-  }
-  return 0;
-}
 
 std::uint32_t addressOf(const std::string& name) {
   for (const auto& function : kFirmwareFunctions) {
@@ -113,13 +103,13 @@ TEST(ElfSymbols, LinesAreTheAssemblersLines) {
     SCOPED_TRACE(name);
     const auto line = symbols.lineAt(addressOf(name));
     ASSERT_TRUE(line);
-    EXPECT_EQ(line->line, sourceLineOf(firstInstruction));
+    EXPECT_EQ(line->line, vestrel_test::firmwareLineHolding(firstInstruction));
     EXPECT_EQ(*line->file, VESTREL_DEMO_FIRMWARE_SOURCE);
   }
   // filter_sample's loop: its first instruction is a 4-byte load, 24 bytes
   // in (push, three literal loads, str.w, adds, and, str, two movs: 2+2+2+2+4+2+4+2+2+2).
   const std::uint32_t loop = addressOf("filter_sample") + 24;
-  const std::uint32_t hotLine = sourceLineOf("the hot spot: one load per sample");
+  const std::uint32_t hotLine = vestrel_test::firmwareLineHolding("the hot spot: one load per sample");
   ASSERT_NE(hotLine, 0u);
   EXPECT_EQ(symbols.lineAt(loop)->line, hotLine);
   EXPECT_EQ(symbols.lineAt(loop + 2)->line, hotLine);  // inside the same instruction
