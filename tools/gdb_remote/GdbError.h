@@ -1,0 +1,15 @@
+// Every failure of the GDB remote protocol, with a text that says what was
+// asked and what went wrong.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace vestrel::gdb {
+
+class GdbError : public std::runtime_error {
+ public:
+  explicit GdbError(const std::string& what) : std::runtime_error(what) {}
+};
+
+}  // namespace vestrel::gdb
