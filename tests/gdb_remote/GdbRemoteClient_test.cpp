@@ -216,3 +216,24 @@ TEST(GdbRemoteClient, UnsupportedRequestsAreSaid) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(GdbRemoteClient, ReadsARegisterWithPOrFromAllOfThem) {
+  std::string all;
+  for (int r = 0; r < 17; ++r) all += r == 15 ? "8c000000" : "00000000";
+  ScriptedGdbServer server(with(noAckHandshake(), {{"p0", packet("78563412")},
+                                                   {"pf", packet("")},  // only to debuggers that read the description
+                                                   {"g", packet(all)},
+                                                   {"p1", packet("E01")}}));
+  {
+    auto client = connect(server);
+    EXPECT_EQ(client->readRegister(0), 0x12345678u);
+    EXPECT_EQ(client->readRegister(15), 0x8Cu);
+    EXPECT_EQ(failure([&] { client->readRegister(1); }), "the GDB server refused reading register 1: E01");
+  }
+  server.finish();
+  EXPECT_EQ(server.mismatch(), "");
+}
+
+}  // namespace

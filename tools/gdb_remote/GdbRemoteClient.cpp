@@ -151,6 +151,27 @@ void GdbRemoteClient::writeWord(std::uint32_t at, std::uint32_t value) {
   writeMemory(at, bytes);
 }
 
+std::uint32_t GdbRemoteClient::readRegister(int number) {
+  const std::string what = "reading register " + std::to_string(number);
+  std::string payload = "p" + hex32(static_cast<std::uint32_t>(number));
+  std::string reply = request(payload);
+  std::size_t at = 0;
+  if (reply.empty() && number < 16) {
+    // Servers that answer 'p' only to debuggers that read their register
+    // description (QEMU's) all answer 'g': r0-r15 come first.
+    payload = "g";
+    reply = request(payload);
+    at = static_cast<std::size_t>(number) * 8;
+  }
+  if (isError(reply)) throw GdbError("the GDB server refused " + what + ": " + reply);
+  if (reply.empty()) throw GdbError("the GDB server does not support " + what + " ('" + payload + "')");
+  const auto bytes = reply.size() >= at + 8 ? fromHex(std::string_view(reply).substr(at, 8)) : std::nullopt;
+  if (!bytes) throw GdbError("the GDB server's answer to " + what + " is no 32-bit value: " + quoted(reply));
+  std::uint32_t value = 0;
+  for (int i = 3; i >= 0; --i) value = (value << 8) | static_cast<unsigned char>((*bytes)[static_cast<std::size_t>(i)]);
+  return value;
+}
+
 StopReply GdbRemoteClient::haltReason() {
   const std::string reply = request("?");
   const auto stop = parseStopReply(reply);

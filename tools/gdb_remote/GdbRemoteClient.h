@@ -35,6 +35,10 @@ class GdbRemoteClient {
   std::uint32_t readWord(std::uint32_t address);
   void writeWord(std::uint32_t address, std::uint32_t value);
 
+  // A core register by its number in the target's register description
+  // (Cortex-M: r0-r12 are 0-12, sp 13, lr 14, pc 15, xPSR 25).
+  std::uint32_t readRegister(int number);
+
   // Why the target is stopped now ('?').
   StopReply haltReason();
   // Resumes the target ('c'); its stop reply comes later (waitForStop).

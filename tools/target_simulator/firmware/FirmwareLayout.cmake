@@ -7,7 +7,12 @@ endif()
 string(REPLACE "\n" ";" lines "${symbols}")
 set(entries "")
 set(labels "")
+set(data "")
 foreach(line IN LISTS lines)
+  # "20000034 B loop_count": a variable in RAM.
+  if(line MATCHES "^([0-9a-f]+) B ([A-Za-z_][A-Za-z0-9_]*)$")
+    string(APPEND data "    {\"${CMAKE_MATCH_2}\", 0x${CMAKE_MATCH_1}u},\n")
+  endif()
   # "000000a4 t filter_sum": a local label inside a function.
   if(line MATCHES "^([0-9a-f]+) t ([A-Za-z_][A-Za-z0-9_]*)$")
     string(APPEND labels "    {\"${CMAKE_MATCH_2}\", 0x${CMAKE_MATCH_1}u},\n")
@@ -26,6 +31,8 @@ file(WRITE ${OUTPUT}.new
   "struct FirmwareFunction {\n  const char* name;\n  std::uint32_t address;\n  std::uint32_t size;\n};\n\n"
   "inline constexpr FirmwareFunction kFirmwareFunctions[] = {\n${entries}};\n\n"
   "struct FirmwareLabel {\n  const char* name;\n  std::uint32_t address;\n};\n\n"
-  "inline constexpr FirmwareLabel kFirmwareLabels[] = {\n${labels}};\n\n}  // namespace vestrel::simulator\n")
+  "inline constexpr FirmwareLabel kFirmwareLabels[] = {\n${labels}};\n\n"
+  "// Variables in RAM.\ninline constexpr FirmwareLabel kFirmwareVariables[] = {\n${data}};\n\n"
+  "}  // namespace vestrel::simulator\n")
 file(COPY_FILE ${OUTPUT}.new ${OUTPUT} ONLY_IF_DIFFERENT)
 file(REMOVE ${OUTPUT}.new)
