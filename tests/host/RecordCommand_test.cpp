@@ -14,115 +14,13 @@
 
 #include "Endpoint.h"
 #include "LoopbackListener.h"
+#include "RecordRun.h"
 #include "SerialLine.h"
 #include "TestSupport.h"
 #include "TraceClient.h"
 
 using namespace vestrel_test;
 namespace fs = std::filesystem;
-
-namespace {
-
-std::string hostCommand() { return onWindows() ? "vestrel-host.exe" : "./vestrel-host"; }
-std::string decodeCommand() { return onWindows() ? "vestrel-decode.exe" : "./vestrel-decode"; }
-
-// Bytes with no zero among them, so the dump's zero padding is unambiguous.
-std::string traceBytes(std::size_t size) {
-  std::mt19937 random(2026);
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(1 + random() % 255);
-  return bytes;
-}
-
-struct Recording {
-  int exitCode = -1;
-  std::string sent;     // everything this side managed to put on the line
-  std::string dump;     // the command's output file
-  std::string printed;  // its standard output and error
-};
-
-// The port in "serving the raw SWO stream on 127.0.0.1:<port>", once printed.
-std::string servedPort(std::string printed) {
-  std::erase(printed, '\r');
-  const std::string prefix = "serving the raw SWO stream on 127.0.0.1:";
-  const std::size_t at = printed.find(prefix);
-  if (at == std::string::npos) return "";
-  const std::size_t end = printed.find('\n', at);
-  if (end == std::string::npos) return "";
-  return printed.substr(at + prefix.size(), end - at - prefix.size());
-}
-
-// Runs the command while feeding the line at about 50 KB/s (half of what
-// 1 Mbaud carries) until it exits. Bytes the line refuses are offered again.
-Recording runRecord(const std::string& arguments, const std::string& name,
-                    const std::function<void(const std::string& port)>& onServing = nullptr) {
-  Recording result;
-  std::error_code ignored;
-  fs::remove(name + ".bin", ignored);
-  fs::remove(name + ".out", ignored);
-  vestrel::simulator::SerialLine line(7);
-  if (!line.ready()) {
-    ADD_FAILURE() << line.why();
-    return result;
-  }
-  std::atomic<bool> finished{false};
-  std::thread command([&] {
-    result.exitCode = std::system(
-        (hostCommand() + " record " + arguments + " --output " + name + ".bin > " + name + ".out 2>&1").c_str());
-    finished = true;
-  });
-  const std::string source = traceBytes(4 << 20);
-  std::size_t offered = 0;
-  bool served = false;
-  while (!finished && offered < source.size()) {
-    const std::size_t chunk = std::min<std::size_t>(512, source.size() - offered);
-    offered += line.write(source.data() + offered, chunk);
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    if (onServing && !served) {
-      const std::string port = servedPort(readFile(name + ".out"));
-      if (!port.empty()) {
-        served = true;
-        onServing(port);
-      }
-    }
-  }
-  command.join();
-  result.sent = source.substr(0, offered);
-  result.dump = fileExists(name + ".bin") ? readFile(name + ".bin") : "";
-  result.printed = readFile(name + ".out");
-  return result;
-}
-
-// The capture, without the zero padding of its last 8-byte sample.
-std::string withoutPadding(std::string dump) {
-  std::size_t zeros = 0;
-  while (!dump.empty() && dump.back() == '\0' && zeros < 7) {
-    dump.pop_back();
-    ++zeros;
-  }
-  return dump;
-}
-
-// The bytes sent before the receiver opened the port are purged, and those
-// sent after it stopped are not recorded; in between, every byte is kept.
-void expectOneUnbrokenRunOfWhatWasSent(const Recording& run) {
-  ASSERT_EQ(run.dump.size() % 8, 0u);
-  const std::string capture = withoutPadding(run.dump);
-  ASSERT_GE(capture.size(), 20000u) << "less than 0.4 s of the line was recorded";
-  const std::size_t start = run.sent.find(capture.substr(0, 64));
-  ASSERT_NE(start, std::string::npos) << "the capture does not begin with bytes that were sent";
-  EXPECT_EQ(run.sent.compare(start, capture.size(), capture), 0) << "bytes were lost or changed inside the capture";
-}
-
-std::string printedLine(const std::string& printed, const std::string& prefix) {
-  std::string text = printed;
-  std::erase(text, '\r');
-  const std::size_t at = text.find(prefix);
-  if (at == std::string::npos) return "";
-  return text.substr(at, text.find('\n', at) - at);
-}
-
-}  // namespace
 
 TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
   const Recording run = runRecord("--port COM7 --clock 6000000 --prescaler 5 --seconds 2", "record-manual");

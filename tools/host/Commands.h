@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "GdbTarget.h"
 #include "LiveTrace.h"
 
 namespace vestrel::host {
@@ -21,12 +22,14 @@ int demo(const DemoSettings& settings);
 struct RecordSettings {
   std::string port;  // a COM number, or (Linux) a device path
   double clockHz = 0;
-  std::string prescaler;  // a number, or auto
+  bool clockAuto = false;  // read from the device's registers (with gdbTarget.deviceFile)
+  std::string prescaler;   // a number, or auto
   std::string optionsFile;
   std::string firmware;  // the probe's firmware version, as its software reports it
   double seconds = 0;    // 0: until Enter
   std::string output = "capture.bin";
   LiveSettings live;
+  GdbTargetSettings gdbTarget;  // a real target behind a GDB server
 };
 int record(const RecordSettings& settings);
 

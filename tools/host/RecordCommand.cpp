@@ -1,8 +1,13 @@
-// record: captures from a real probe's serial port; the target's TPIU is set
-// up by the user's own debugger.
+// record: captures from a real probe's serial port. The target's trace
+// blocks are set up by the user's own debugger, or, with --gdb, by the
+// receiver through a GDB server, which then also runs and halts the target.
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -72,7 +77,12 @@ std::string prepareRecordOptions(const RecordSettings& settings, const fs::path&
   } else if (optionValue(set, opt::kOptionFirmwareVersion).empty()) {
     setOption(set, opt::kOptionFirmwareVersion, kDefaultProbeFirmware);
   }
-  if (settings.clockHz > 0) {
+  if (settings.clockAuto) {
+    if (settings.gdbTarget.deviceFile.empty()) {
+      return "--clock auto reads the device's clock registers: give --gdb and --device";
+    }
+    setOption(set, opt::kOptionClockMode, "Auto");
+  } else if (settings.clockHz > 0) {
     setOption(set, opt::kOptionClockMode, "Manual");
     setOption(set, opt::kOptionClockValue, std::to_string(static_cast<long long>(settings.clockHz)));
   }
@@ -82,15 +92,22 @@ std::string prepareRecordOptions(const RecordSettings& settings, const fs::path&
     setOption(set, opt::kOptionPrescalerMode, "Manual");
     setOption(set, opt::kOptionPrescalerValue, settings.prescaler);
   }
-  // Without the debugger's device session there are no clock registers to
-  // read, so the clock must be given.
-  if (optionValue(set, opt::kOptionClockMode) != "Manual") return "give the trace clock with --clock";
+  // Without a device's registers to read, the clock must be given.
+  if (optionValue(set, opt::kOptionClockMode) != "Manual" && !settings.clockAuto) {
+    return "give the trace clock with --clock";
+  }
   const std::string port = optionValue(set, opt::kOptionComPort);
   if (port.empty() || port.find_first_not_of("0123456789") != std::string::npos) {
     return "give the probe's serial port with --port";
   }
   handler.save(set, (dir / "options.xml").string());
   return "";
+}
+
+std::string readWholeFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("cannot read " + path);
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 }  // namespace
@@ -101,7 +118,10 @@ int record(const RecordSettings& settings) {
   KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
   // The probe software's checks are played by the probe simulator.
   writeFile(dir / "board.txt", "$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
-  writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() + "\ndevice_id = 0x0B9AF02F\n");
+  // The device: the one the probe simulator knows, or the one described.
+  std::string device = "device_id = 0x0B9AF02F\n";
+  if (!settings.gdbTarget.deviceFile.empty()) device = readWholeFile(settings.gdbTarget.deviceFile) + "\n";
+  writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() + "\n" + device);
   KV_ORV::SetEnv("VESTREL_PROBE_SCENARIO", (dir / "probe-scenario.txt").string().c_str());
   try {
     const std::string missing = prepareRecordOptions(settings, dir);
@@ -125,12 +145,36 @@ int record(const RecordSettings& settings) {
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
   const DestroyRcvrFunction destroy = library.destroy;
-  simulator::PassiveTarget target;
+  simulator::PassiveTarget passive;
+  std::unique_ptr<GdbTarget> gdbTarget;
+  if (!settings.gdbTarget.server.empty()) {
+    gdbTarget = std::make_unique<GdbTarget>(settings.gdbTarget);
+    std::string why;
+    if (settings.clockAuto && !gdbTarget->lendMemory(why)) {
+      std::cerr << "vestrel-host: --clock auto: " << why << "\n";
+      return 2;
+    }
+    std::cout << "GDB server " << settings.gdbTarget.server << ": target " << gdbTarget->prepare() << "\n";
+  }
+  Kv::Orv::Trace::CCpuTraceInterface& target =
+      gdbTarget ? static_cast<Kv::Orv::Trace::CCpuTraceInterface&>(gdbTarget->traceInterface()) : passive;
   try {
     CReceiver* receiver = create();
     CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
     driver->SetConfiguration((dir / "options.xml").string().c_str());
+    // Told that the target runs, the receiver programs the trace blocks
+    // (through the GDB server, while the target is still halted); then the
+    // target runs.
     receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+    if (gdbTarget) {
+      for (const std::string& mismatch : gdbTarget->takeMismatches()) {
+        std::cerr << "vestrel-host: warning: " << mismatch << "\n";
+      }
+      if (!gdbTarget->traceInterface().lastError().empty()) {
+        std::cerr << "vestrel-host: " << gdbTarget->traceInterface().lastError() << "\n";
+      }
+      gdbTarget->resume();
+    }
     liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_Core.bin").string());
     console.lines("recording: " + statusOf(*driver) + (settings.seconds > 0 ? "" : " (Enter stops)") + "\n");
     const auto start = std::chrono::steady_clock::now();
@@ -148,15 +192,34 @@ int record(const RecordSettings& settings) {
         enterPressed = true;
       });
     }
+    std::optional<std::string> stoppedByItself;
     while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enterPressed) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
+      if (gdbTarget) {
+        stoppedByItself = gdbTarget->stoppedByItself(std::chrono::milliseconds(50));
+        if (stoppedByItself) break;
+      } else {
+        std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
+      }
       if (live) {
         const double bytes = driver->GetNumSamples() * 8.0;
         console.status("  " + std::to_string(static_cast<long long>(bytes)) + " bytes, " +
                        std::to_string(static_cast<long long>(bytes / secondsSince())) + " bytes/s");
       }
     }
-    if (enterWatcher.joinable()) enterWatcher.join();
+    if (enterWatcher.joinable()) {
+      // A target that stopped by itself ends the recording without Enter:
+      // the watcher is left to the end of the process.
+      if (stoppedByItself) {
+        enterWatcher.detach();
+      } else {
+        enterWatcher.join();
+      }
+    }
+    if (stoppedByItself) {
+      std::cout << "the target " << *stoppedByItself << "\n";
+    } else if (gdbTarget) {
+      std::cout << gdbTarget->finish() << "\n";
+    }
     receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
     liveTrace.finish();
     console.endStatus();
@@ -167,6 +230,10 @@ int record(const RecordSettings& settings) {
     std::cout << "saved " << settings.output << "\n";
     receiver->ReleaseChannelDriver(driver);
     destroy(receiver);
+    if (stoppedByItself && gdbTarget) {
+      const std::string done = gdbTarget->finish();
+      if (!done.empty()) std::cout << done << "\n";
+    }
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;
