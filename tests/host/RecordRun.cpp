@@ -55,8 +55,8 @@ std::string servedPort(std::string printed) {
 
 // Runs the command while feeding the line at about 50 KB/s (half of what
 // 1 Mbaud carries) until it exits. Bytes the line refuses are offered again.
-Recording runRecord(const std::string& arguments, const std::string& name,
-                    const std::function<void(const std::string& port)>& onServing) {
+Recording runHost(const std::string& command, const std::string& name,
+                  const std::function<bool(const std::string& printed)>& whilePrinting) {
   Recording result;
   std::error_code ignored;
   fs::remove(name + ".bin", ignored);
@@ -67,31 +67,36 @@ Recording runRecord(const std::string& arguments, const std::string& name,
     return result;
   }
   std::atomic<bool> finished{false};
-  std::thread command([&] {
-    result.exitCode = commandExitCode(std::system(
-        (hostCommand() + " record " + arguments + " --output " + name + ".bin > " + name + ".out 2>&1").c_str()));
+  std::thread running([&] {
+    result.exitCode = commandExitCode(
+        std::system((hostCommand() + " " + command + " --output " + name + ".bin > " + name + ".out 2>&1").c_str()));
     finished = true;
   });
   const std::string source = traceBytes(4 << 20);
   std::size_t offered = 0;
-  bool served = false;
+  bool watching = static_cast<bool>(whilePrinting);
   while (!finished && offered < source.size()) {
     const std::size_t chunk = std::min<std::size_t>(512, source.size() - offered);
     offered += line.write(source.data() + offered, chunk);
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    if (onServing && !served) {
-      const std::string port = servedPort(readFile(name + ".out"));
-      if (!port.empty()) {
-        served = true;
-        onServing(port);
-      }
-    }
+    if (watching && whilePrinting(readFile(name + ".out"))) watching = false;
   }
-  command.join();
+  running.join();
   result.sent = source.substr(0, offered);
   result.dump = fileExists(name + ".bin") ? readFile(name + ".bin") : "";
   result.printed = readFile(name + ".out");
   return result;
+}
+
+Recording runRecord(const std::string& arguments, const std::string& name,
+                    const std::function<void(const std::string& port)>& onServing) {
+  if (!onServing) return runHost("record " + arguments, name, nullptr);
+  return runHost("record " + arguments, name, [&](const std::string& printed) {
+    const std::string port = servedPort(printed);
+    if (port.empty()) return false;
+    onServing(port);
+    return true;
+  });
 }
 
 // The bytes sent before the receiver opened the port are purged, and those

@@ -21,6 +21,12 @@ struct Recording {
 // The port in "serving the raw SWO stream on 127.0.0.1:<port>", once printed.
 std::string servedPort(std::string printed);
 
+// Runs "<command> --output <name>.bin" (vestrel-host's) while feeding
+// COM7 at about 50 KB/s until it exits; whilePrinting sees what it printed so
+// far until it returns true.
+Recording runHost(const std::string& command, const std::string& name,
+                  const std::function<bool(const std::string& printed)>& whilePrinting);
+
 // Runs "record <arguments> --output <name>.bin" while feeding the line at
 // about 50 KB/s until it exits; onServing gets the served port once printed.
 Recording runRecord(const std::string& arguments, const std::string& name,

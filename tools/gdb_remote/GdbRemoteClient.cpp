@@ -48,6 +48,10 @@ GdbRemoteClient::GdbRemoteClient(std::unique_ptr<ByteTransport> transport, std::
   }
 }
 
+GdbRemoteClient::GdbRemoteClient(std::unique_ptr<ByteTransport> transport, std::chrono::milliseconds timeout,
+                                 JoinSession session)
+    : transport_(std::move(transport)), timeout_(timeout), noAck_(session.noAck) {}
+
 std::optional<RspReader::Item> GdbRemoteClient::nextItem(std::chrono::steady_clock::time_point deadline) {
   for (;;) {
     if (auto item = incoming_.next()) return item;

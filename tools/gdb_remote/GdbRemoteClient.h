@@ -26,6 +26,13 @@ class GdbRemoteClient {
   // offered. timeout bounds each wait for the server.
   GdbRemoteClient(std::unique_ptr<ByteTransport> transport,
                   std::chrono::milliseconds timeout = std::chrono::seconds(5));
+  // Joins a session another debugger started (a proxy's own requests between
+  // the debugger's): no handshake; acknowledgements as that session has them.
+  struct JoinSession {
+    bool noAck = false;
+  };
+  GdbRemoteClient(std::unique_ptr<ByteTransport> transport, std::chrono::milliseconds timeout, JoinSession session);
+  void setNoAckMode(bool noAck) { noAck_ = noAck; }
 
   // One request and its reply (not for the requests that resume).
   std::string request(const std::string& payload);

@@ -85,6 +85,7 @@ std::optional<RspReader::Item> RspReader::next() {
       pending_.erase(0, 1);
       Item item;
       item.kind = first == '+' ? Item::Kind::Ack : first == '-' ? Item::Kind::Nak : Item::Kind::Interrupt;
+      item.raw.assign(1, first);
       return item;
     }
     if (first != '$') {
@@ -99,6 +100,7 @@ std::optional<RspReader::Item> RspReader::next() {
     Item item;
     item.checksumOk = high >= 0 && low >= 0 && rspChecksum(raw) == high * 16 + low;
     item.payload = rspDecode(raw);
+    item.raw = pending_.substr(0, hash + 3);
     pending_.erase(0, hash + 3);
     return item;
   }

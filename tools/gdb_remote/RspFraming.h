@@ -27,6 +27,7 @@ class RspReader {
     enum class Kind { Ack, Nak, Interrupt, Packet } kind = Kind::Packet;
     std::string payload;     // unescaped, run-lengths expanded
     bool checksumOk = true;  // a packet whose checksum did not match
+    std::string raw;         // the bytes as they came (what a proxy passes on)
   };
 
   void feed(std::string_view bytes) { pending_.append(bytes); }

@@ -33,6 +33,12 @@ struct RecordSettings {
 };
 int record(const RecordSettings& settings);
 
+struct ProxySettings {
+  std::string listen;     // [HOST:]PORT the user's debugger connects to
+  RecordSettings record;  // the GDB server, the port, the clock, what to trace
+};
+int gdbProxy(const ProxySettings& settings);
+
 int options(const std::string& writePath, const std::string& showPath);
 
 int attributes(const std::string& optionsFile, const std::string& profile);

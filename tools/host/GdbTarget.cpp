@@ -9,21 +9,6 @@
 
 namespace vestrel::host {
 
-namespace {
-
-// The probe software's memory reads, answered through the GDB connection.
-int readThroughGdb(void* context, std::uint32_t address, void* destination, std::uint32_t size) {
-  try {
-    const std::string bytes = static_cast<gdb::GdbRemoteClient*>(context)->readMemory(address, size);
-    std::memcpy(destination, bytes.data(), bytes.size());
-    return 0;
-  } catch (const std::exception&) {
-    return -1;
-  }
-}
-
-}  // namespace
-
 GdbTarget::GdbTarget(const GdbTargetSettings& settings) : settings_(settings) {
   const auto endpoint = live::parseEndpoint(settings.server);
   if (!endpoint || endpoint->port == 0) throw gdb::GdbError("--gdb takes HOST:PORT, not " + settings.server);
@@ -35,16 +20,23 @@ GdbTarget::GdbTarget(const GdbTargetSettings& settings) : settings_(settings) {
                                                       [this](const std::string& m) { mismatches_.push_back(m); });
 }
 
-GdbTarget::~GdbTarget() {
+ProbeMemoryLoan::~ProbeMemoryLoan() {
   if (lend_ != nullptr) lend_(nullptr, nullptr);
 }
 
-std::vector<std::string> GdbTarget::takeMismatches() { return std::exchange(mismatches_, {}); }
+int ProbeMemoryLoan::read(void* context, std::uint32_t address, void* destination, std::uint32_t size) {
+  try {
+    gdb::GdbRemoteClient* client = static_cast<ProbeMemoryLoan*>(context)->client_();
+    if (client == nullptr) return -1;
+    const std::string bytes = client->readMemory(address, size);
+    std::memcpy(destination, bytes.data(), bytes.size());
+    return 0;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
 
-bool GdbTarget::lendMemory(std::string& why) {
-  // The same library the receiver loads (the platform loader hands out one
-  // instance per process), loaded first so that the loan is in place when
-  // the receiver asks for the clock.
+bool ProbeMemoryLoan::lend(std::function<gdb::GdbRemoteClient*()> client, std::string& why) {
   if (!adapter_.FindAndLoad("ICETargetAdapter", 0xFFFFFFFF)) {
     why = adapter_.LastError();
     return false;
@@ -54,8 +46,15 @@ bool GdbTarget::lendMemory(std::string& why) {
     why = "the probe software's ICETargetAdapter takes no memory from the host (only the probe simulator does)";
     return false;
   }
-  lend_(readThroughGdb, client_.get());
+  client_ = std::move(client);
+  lend_(&ProbeMemoryLoan::read, this);
   return true;
+}
+
+std::vector<std::string> GdbTarget::takeMismatches() { return std::exchange(mismatches_, {}); }
+
+bool GdbTarget::lendMemory(std::string& why) {
+  return loan_.lend([this] { return client_.get(); }, why);
 }
 
 }  // namespace vestrel::host

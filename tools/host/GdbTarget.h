@@ -5,6 +5,7 @@
 // the real device's registers over the same connection.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,11 +25,31 @@ struct GdbTargetSettings {
   bool leaveRunning = false;
 };
 
+// The target's memory lent to the probe software's target adapter (the
+// probe simulator's, through its one extra export), so that automatic clock
+// detection reads the real device's registers over the host's connection.
+// The adapter library is loaded here first: the platform loader hands the
+// receiver the same instance. Taken back at destruction.
+class ProbeMemoryLoan {
+ public:
+  ~ProbeMemoryLoan();
+  // client() is asked at each read (a proxy's connection exists only once
+  // its session runs; null: the read fails). False, and why, when the
+  // loaded adapter cannot take it.
+  bool lend(std::function<gdb::GdbRemoteClient*()> client, std::string& why);
+
+ private:
+  static int read(void* context, std::uint32_t address, void* destination, std::uint32_t size);
+
+  KV_ORV::uDll adapter_;
+  void (*lend_)(int (*)(void*, std::uint32_t, void*, std::uint32_t), void*) = nullptr;
+  std::function<gdb::GdbRemoteClient*()> client_;
+};
+
 class GdbTarget {
  public:
   // Connects; throws gdb::GdbError with the reason.
   explicit GdbTarget(const GdbTargetSettings& settings);
-  ~GdbTarget();
   GdbTarget(const GdbTarget&) = delete;
   GdbTarget& operator=(const GdbTarget&) = delete;
 
@@ -57,8 +78,7 @@ class GdbTarget {
   std::unique_ptr<trace::GdbMemory> memory_;
   std::unique_ptr<trace::GdbTraceInterface> trace_;
   std::vector<std::string> mismatches_;
-  KV_ORV::uDll adapter_;
-  void (*lend_)(int (*)(void*, std::uint32_t, void*, std::uint32_t), void*) = nullptr;
+  ProbeMemoryLoan loan_;
 };
 
 }  // namespace vestrel::host

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "CaptureOptions.h"
 #include "Commands.h"
 #include "Terminal.h"
 
@@ -38,46 +39,8 @@ int main(int argc, char** argv) {
   RecordSettings recording;
   auto* recordCommand = app.add_subcommand(
       "record", "capture from a probe's serial port (trace set up by your debugger, or through --gdb)");
-  recordCommand->add_option("--port", recording.port, "COM port (7 or COM7), or (Linux) a device path");
-  std::string clock;
-  recordCommand->add_option("--clock", clock, "trace clock in Hz, or auto (with --gdb and --device)");
-  std::vector<std::uint32_t> itmPorts;
-  std::string pcSampling, dataTrace, breakAt;
-  auto* gdbOption = recordCommand->add_option(
-      "--gdb", recording.gdbTarget.server,
-      "a GDB server at HOST:PORT (OpenOCD, pyOCD, J-Link, QEMU...): the receiver programs the target's TPIU, ITM "
-      "and DWT through it, the target runs while recording and is halted at the end");
-  recordCommand
-      ->add_option("--device", recording.gdbTarget.deviceFile,
-                   "with --gdb: the device (device_id and register lines, probe simulator scenario format) whose "
-                   "clock registers --clock auto reads")
-      ->needs(gdbOption)
-      ->check(CLI::ExistingFile);
-  recordCommand->add_option("--itm-ports", itmPorts, "with --gdb: stimulus ports to enable (default: all 32)")
-      ->delimiter(',')
-      ->needs(gdbOption)
-      ->check(CLI::Range(0, 31));
-  recordCommand
-      ->add_option("--pc-sampling", pcSampling,
-                   "with --gdb: a PC sample every CYCLES core cycles (64 to 16384, the nearest the DWT can make)")
-      ->needs(gdbOption);
-  recordCommand->add_flag("--exceptions", recording.gdbTarget.trace.exceptions, "with --gdb: exception trace")
-      ->needs(gdbOption);
-  recordCommand
-      ->add_option("--data-trace", dataTrace,
-                   "with --gdb: the PC and value of every read and write of the word at ADDRESS")
-      ->needs(gdbOption);
-  recordCommand
-      ->add_option("--break", breakAt,
-                   "with --gdb: end the recording when the target reaches ADDRESS (a hardware breakpoint)")
-      ->needs(gdbOption);
-  recordCommand
-      ->add_flag("--leave-running", recording.gdbTarget.leaveRunning, "with --gdb: resume the target at the end")
-      ->needs(gdbOption);
-  recordCommand->add_option("--prescaler", recording.prescaler, "TPIU prescaler, or auto");
-  recordCommand->add_option("--options", recording.optionsFile, "options file to start from")->check(CLI::ExistingFile);
-  recordCommand->add_option("--firmware", recording.firmware,
-                            "the probe's firmware version (default: the options file's, else V 1.0.0.5)");
+  CaptureOptionText recordText;
+  addCaptureOptions(*recordCommand, recording, recordText, false);
   recordCommand->add_option("--seconds", recording.seconds, "how long; 0 records until Enter")->capture_default_str();
   recordCommand->add_option("--output", recording.output, "binary dump of the capture")->capture_default_str();
   recordCommand->add_option("--serve", recordServe,
@@ -85,6 +48,13 @@ int main(int argc, char** argv) {
   recordCommand->add_flag("--decode", recording.live.decode, "show the decoded trace as it arrives");
   recordCommand->add_option("--decode-ports", recordPorts, "stimulus ports whose text is shown live (implies --decode)")
       ->delimiter(',');
+  ProxySettings proxying;
+  CaptureOptionText proxyText;
+  auto* proxyCommand = app.add_subcommand(
+      "gdb-proxy", "pass your debugger's GDB session through to a GDB server, recording while the target runs");
+  proxyCommand->add_option("--listen", proxying.listen, "[HOST:]PORT your debugger connects to (target remote ...)")
+      ->required();
+  addCaptureOptions(*proxyCommand, proxying.record, proxyText, true);
   std::string writeOptions, showOptions;
   auto* optionsCommand = app.add_subcommand("options", "write a default options file, or show one");
   optionsCommand->add_option("--write", writeOptions, "file to write the defaults to");
@@ -109,33 +79,9 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  // Numbers: decimal or 0x hexadecimal.
-  auto number = [](const std::string& text, const char* option) {
-    std::size_t used = 0;
-    unsigned long value = 0;
-    try {
-      value = std::stoul(text, &used, 0);
-    } catch (const std::exception&) {
-      used = 0;
-    }
-    if (used == 0 || used != text.size() || value > 0xFFFFFFFFul) {
-      throw std::invalid_argument(std::string(option) + " takes a number, not " + text);
-    }
-    return static_cast<std::uint32_t>(value);
-  };
   try {
-    if (clock == "auto") {
-      recording.clockAuto = true;
-    } else if (!clock.empty()) {
-      recording.clockHz = number(clock, "--clock");
-    }
-    if (!itmPorts.empty()) {
-      recording.gdbTarget.trace.itmPorts = 0;
-      for (std::uint32_t port : itmPorts) recording.gdbTarget.trace.itmPorts |= 1u << port;
-    }
-    if (!pcSampling.empty()) recording.gdbTarget.trace.pcSampleCycles = number(pcSampling, "--pc-sampling");
-    if (!dataTrace.empty()) recording.gdbTarget.trace.dataTraceAddress = number(dataTrace, "--data-trace");
-    if (!breakAt.empty()) recording.gdbTarget.breakAt = number(breakAt, "--break");
+    applyCaptureOptions(recording, recordText);
+    applyCaptureOptions(proxying.record, proxyText);
   } catch (const std::invalid_argument& error) {
     std::cerr << "vestrel-host: " << error.what() << "\n";
     return 2;
@@ -151,6 +97,7 @@ int main(int argc, char** argv) {
     if (attributesCommand->parsed()) return attributes(attributeOptions, attributeProfile);
     if (exportCommand->parsed()) return exportCapture(exporting);
     if (recordCommand->parsed()) return record(recording);
+    if (proxyCommand->parsed()) return gdbProxy(proxying);
     if (optionsCommand->parsed()) return options(writeOptions, showOptions);
     return demo(demoSettings);
   } catch (const std::exception& error) {

@@ -1,0 +1,186 @@
+#include "GdbProxy.h"
+
+#include <asio.hpp>
+#include <cctype>
+#include <chrono>
+#include <thread>
+
+#include "GdbError.h"
+#include "RspFraming.h"
+
+namespace vestrel::gdb {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A connected socket read without blocking: what has arrived, now.
+class Link {
+ public:
+  explicit Link(asio::ip::tcp::socket& socket, std::string name) : socket_(socket), name_(std::move(name)) {
+    socket_.non_blocking(true);
+  }
+  // Bytes read now (0: none yet); throws GdbError when the other end closed.
+  std::size_t readNow(char* buffer, std::size_t size) {
+    asio::error_code error;
+    const std::size_t got = socket_.read_some(asio::buffer(buffer, size), error);
+    if (error == asio::error::would_block || error == asio::error::try_again) return 0;
+    if (error) throw GdbError(name_ + " disconnected");
+    return got;
+  }
+  void writeAll(std::string_view bytes) {
+    while (!bytes.empty()) {
+      asio::error_code error;
+      const std::size_t sent = socket_.write_some(asio::buffer(bytes.data(), bytes.size()), error);
+      if (error == asio::error::would_block || error == asio::error::try_again) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        continue;
+      }
+      if (error) throw GdbError(name_ + " disconnected");
+      bytes.remove_prefix(sent);
+    }
+  }
+
+ private:
+  asio::ip::tcp::socket& socket_;
+  std::string name_;
+};
+
+// The server, for the owner's own requests between the debugger's packets.
+class LinkTransport final : public ByteTransport {
+ public:
+  explicit LinkTransport(Link& link) : link_(link) {}
+  void send(std::string_view bytes) override { link_.writeAll(bytes); }
+  std::size_t receive(char* buffer, std::size_t size, std::chrono::milliseconds timeout) override {
+    const auto deadline = Clock::now() + timeout;
+    for (;;) {
+      const std::size_t got = link_.readNow(buffer, size);
+      if (got > 0 || Clock::now() >= deadline) return got;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+ private:
+  Link& link_;
+};
+
+// A packet from the debugger that lets the target run: continue, with or
+// without a signal, in either form (steps are left alone).
+bool isResume(const std::string& payload) {
+  if (payload == "c" ||
+      (payload.size() > 1 && payload[0] == 'c' && std::isxdigit(static_cast<unsigned char>(payload[1])))) {
+    return true;
+  }
+  if (payload.size() >= 3 && payload[0] == 'C' && std::isxdigit(static_cast<unsigned char>(payload[1]))) return true;
+  return payload.rfind("vCont;c", 0) == 0 || payload.rfind("vCont;C", 0) == 0;
+}
+
+}  // namespace
+
+struct GdbProxy::Impl {
+  asio::io_context io;
+  asio::ip::tcp::acceptor acceptor{io};
+  asio::ip::tcp::socket debugger{io};
+  asio::ip::tcp::socket serverSocket{io};
+  std::string serverHost;
+  unsigned short serverPort = 0;
+  std::unique_ptr<Link> serverLink;
+  std::unique_ptr<GdbRemoteClient> client;
+};
+
+GdbProxy::GdbProxy(const std::string& listenHost, unsigned short listenPort, std::string serverHost,
+                   unsigned short serverPort)
+    : impl_(std::make_unique<Impl>()) {
+  impl_->serverHost = std::move(serverHost);
+  impl_->serverPort = serverPort;
+  asio::error_code error;
+  const auto address = asio::ip::make_address(listenHost, error);
+  if (!error) {
+    const asio::ip::tcp::endpoint where(address, listenPort);
+    impl_->acceptor.open(where.protocol(), error);
+    if (!error) impl_->acceptor.bind(where, error);
+    if (!error) impl_->acceptor.listen(1, error);
+  }
+  if (error) {
+    throw GdbError("cannot listen for the debugger on " + listenHost + ":" + std::to_string(listenPort) + ": " +
+                   error.message());
+  }
+}
+
+GdbProxy::~GdbProxy() = default;
+
+unsigned short GdbProxy::port() const { return impl_->acceptor.local_endpoint().port(); }
+
+GdbRemoteClient& GdbProxy::server() { return *impl_->client; }
+
+std::string GdbProxy::run(const Events& events, const std::function<bool()>& keepGoing) {
+  // The debugger first; then the server, so that the session is the
+  // debugger's from its first packet.
+  impl_->acceptor.non_blocking(true);
+  for (;;) {
+    asio::error_code error;
+    impl_->acceptor.accept(impl_->debugger, error);
+    if (!error) break;
+    if (error != asio::error::would_block && error != asio::error::try_again) {
+      throw GdbError("waiting for the debugger failed: " + error.message());
+    }
+    if (!keepGoing()) return "stopped before a debugger connected";
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  asio::error_code error;
+  asio::ip::tcp::resolver resolver(impl_->io);
+  const auto found = resolver.resolve(impl_->serverHost, std::to_string(impl_->serverPort), error);
+  if (!error) asio::connect(impl_->serverSocket, found, error);
+  const std::string serverName = impl_->serverHost + ":" + std::to_string(impl_->serverPort);
+  if (error) throw GdbError("cannot connect to the GDB server at " + serverName + ": " + error.message());
+  impl_->serverSocket.set_option(asio::ip::tcp::no_delay(true), error);
+
+  Link debugger(impl_->debugger, "the debugger");
+  impl_->serverLink = std::make_unique<Link>(impl_->serverSocket, "the GDB server at " + serverName);
+  Link& server = *impl_->serverLink;
+  impl_->client = std::make_unique<GdbRemoteClient>(std::make_unique<LinkTransport>(server), std::chrono::seconds(10),
+                                                    GdbRemoteClient::JoinSession{false});
+  RspReader fromDebugger, fromServer;
+  bool noAckAsked = false;
+  char buffer[16384];
+  try {
+    while (keepGoing()) {
+      bool idle = true;
+      if (const std::size_t got = debugger.readNow(buffer, sizeof buffer); got > 0) {
+        idle = false;
+        fromDebugger.feed(std::string_view(buffer, got));
+        while (auto item = fromDebugger.next()) {
+          if (item->kind == RspReader::Item::Kind::Packet) {
+            if (item->payload == "QStartNoAckMode") noAckAsked = true;
+            if (isResume(item->payload) && !running_ && events.resuming) events.resuming();
+            if (isResume(item->payload)) running_ = true;
+          }
+          server.writeAll(item->raw);
+        }
+      }
+      if (const std::size_t got = server.readNow(buffer, sizeof buffer); got > 0) {
+        idle = false;
+        fromServer.feed(std::string_view(buffer, got));
+        while (auto item = fromServer.next()) {
+          debugger.writeAll(item->raw);
+          if (item->kind != RspReader::Item::Kind::Packet) continue;
+          if (noAckAsked && item->payload == "OK") {
+            impl_->client->setNoAckMode(true);
+            noAckAsked = false;
+          }
+          const auto stop = running_ ? parseStopReply(item->payload) : std::nullopt;
+          if (stop) {
+            running_ = false;
+            if (events.stopped) events.stopped(*stop);
+          }
+        }
+      }
+      if (idle) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return "stopped";
+  } catch (const GdbError& error) {
+    return error.what();
+  }
+}
+
+}  // namespace vestrel::gdb

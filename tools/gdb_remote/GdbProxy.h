@@ -1,0 +1,45 @@
+// A debugger's GDB session passed through to a GDB server unchanged, watched
+// on the way: the proxy says when the debugger resumes the target (before
+// the resume goes on, while the target is still halted) and when the server
+// says it stopped (after the stop reply has gone on). In those moments the
+// owner may make requests of its own to the server (server()); the
+// debugger's next packets wait until it is done. Acknowledgement mode
+// follows the session's.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "GdbRemoteClient.h"
+
+namespace vestrel::gdb {
+
+class GdbProxy {
+ public:
+  struct Events {
+    std::function<void()> resuming;
+    std::function<void(const StopReply&)> stopped;
+  };
+
+  // Listens on listenHost:listenPort (0: any free port); throws GdbError.
+  GdbProxy(const std::string& listenHost, unsigned short listenPort, std::string serverHost, unsigned short serverPort);
+  ~GdbProxy();
+
+  unsigned short port() const;
+  // Waits for the debugger, connects to the server and passes the session
+  // on until one side closes it or keepGoing() says no. Returns why it
+  // ended ("the debugger disconnected", ...). Throws GdbError when the
+  // server cannot be reached.
+  std::string run(const Events& events, const std::function<bool()>& keepGoing);
+  // The server, for requests of the owner's own during an event.
+  GdbRemoteClient& server();
+  bool targetRunning() const { return running_; }
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+  bool running_ = false;
+};
+
+}  // namespace vestrel::gdb

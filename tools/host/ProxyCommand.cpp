@@ -1,0 +1,111 @@
+// gdb-proxy: the user's own debugger stays in control of a real target; its
+// GDB session passes through vestrel-host unchanged, and the target's runs
+// become recordings: when the debugger resumes the halted target the
+// receiver is told that it runs (and programs the trace blocks through the
+// server first), when the server reports the target stopped the receiver is
+// told that it halted.
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "Commands.h"
+#include "Endpoint.h"
+#include "GdbError.h"
+#include "GdbProxy.h"
+#include "HostCore.h"
+#include "RecordSetup.h"
+
+namespace vestrel::host {
+
+using Kv::Orv::Hexkit::cHexkitError;
+using Kv::Orv::Trace::CChannelDriver;
+using Kv::Orv::Trace::CReceiver;
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+void onInterrupt(int) { interrupted = 1; }
+
+// Target memory through the proxy's server connection, once the session runs.
+class ProxyMemory final : public trace::TargetMemory {
+ public:
+  explicit ProxyMemory(gdb::GdbProxy& proxy) : proxy_(proxy) {}
+  std::uint32_t read32(std::uint32_t address) override { return proxy_.server().readWord(address); }
+  void write32(std::uint32_t address, std::uint32_t value) override { proxy_.server().writeWord(address, value); }
+
+ private:
+  gdb::GdbProxy& proxy_;
+};
+
+}  // namespace
+
+int gdbProxy(const ProxySettings& settings) {
+  const RecordSettings& recording = settings.record;
+  const auto listen = live::parseEndpoint(settings.listen);
+  const auto server = live::parseEndpoint(recording.gdbTarget.server);
+  if (!listen || !server || server->port == 0) {
+    std::cerr << "vestrel-host: gdb-proxy takes --listen [HOST:]PORT and --gdb HOST:PORT\n";
+    return 2;
+  }
+  const fs::path dir = fs::absolute("vestrel-record");
+  if (const int failed = prepareRecordFolder(recording, dir); failed != 0) return failed;
+  requireCheckableOutput(recording.output);
+
+  gdb::GdbProxy proxy(listen->host, listen->port, server->host, server->port);
+  ProbeMemoryLoan loan;
+  bool sessionRuns = false;
+  if (recording.clockAuto) {
+    std::string why;
+    if (!loan.lend([&] { return sessionRuns ? &proxy.server() : nullptr; }, why)) {
+      std::cerr << "vestrel-host: --clock auto: " << why << "\n";
+      return 2;
+    }
+  }
+  ProxyMemory memory(proxy);
+  trace::GdbTraceInterface target(memory, recording.gdbTarget.trace, [](const std::string& mismatch) {
+    std::cerr << "vestrel-host: warning: " << mismatch << "\n";
+  });
+  ReceiverLibrary library;
+  if (!library.load()) return 2;
+  try {
+    CReceiver* receiver = library.create();
+    CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
+    driver->SetConfiguration((dir / "options.xml").string().c_str());
+    std::cout << "waiting for your debugger: target remote " << listen->host << ":" << proxy.port() << std::endl;
+    bool recordingNow = false;
+    gdb::GdbProxy::Events events;
+    events.resuming = [&] {
+      sessionRuns = true;
+      receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+      if (!target.lastError().empty()) std::cerr << "vestrel-host: " << target.lastError() << "\n";
+      recordingNow = true;
+      std::cout << "target running: " << statusOf(*driver) << std::endl;
+    };
+    events.stopped = [&](const gdb::StopReply& stop) {
+      receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+      recordingNow = false;
+      std::cout << "target " << stop.text() << ": " << statusOf(*driver) << ", " << driver->GetNumSamples()
+                << " samples" << std::endl;
+    };
+    std::signal(SIGINT, onInterrupt);
+    const std::string ended = proxy.run(events, [] { return interrupted == 0; });
+    std::cout << "session ended: " << ended << std::endl;
+    if (recordingNow) receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    const std::uint32_t samples = driver->GetNumSamples();
+    driver->SaveToFile(fs::absolute(recording.output).string(), 2);
+    requireFileSize(recording.output, samples * 8ull);
+    std::cout << "saved " << recording.output << " (the last run, " << samples << " samples)\n";
+    receiver->ReleaseChannelDriver(driver);
+    library.destroy(receiver);
+  } catch (const cHexkitError& e) {
+    reportHexkitError("receiver", e);
+    return 1;
+  } catch (const gdb::GdbError& e) {
+    std::cerr << "vestrel-host: " << e.what() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace vestrel::host
