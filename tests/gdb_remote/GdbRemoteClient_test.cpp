@@ -11,11 +11,13 @@
 #include "GdbError.h"
 #include "ScriptedGdbServer.h"
 #include "TcpTransport.h"
+#include "ThrownText.h"
 
 using namespace vestrel::gdb;
 using vestrel_test::GdbStep;
 using vestrel_test::packet;
 using vestrel_test::ScriptedGdbServer;
+using vestrel_test::thrownText;
 using Strings = std::vector<std::string>;
 
 namespace {
@@ -37,17 +39,6 @@ std::unique_ptr<GdbRemoteClient> connect(const ScriptedGdbServer& server,
                                          std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
   return std::make_unique<GdbRemoteClient>(std::make_unique<TcpTransport>("127.0.0.1", server.port(), kTimeout * 10),
                                            timeout);
-}
-
-// The text of the GdbError that body throws ("" when none).
-template <typename Body>
-std::string failure(Body body) {
-  try {
-    body();
-  } catch (const GdbError& error) {
-    return error.what();
-  }
-  return "";
 }
 
 TEST(GdbRemoteClient, TurnsAcknowledgementsOffWhenTheServerCan) {
@@ -89,7 +80,7 @@ TEST(GdbRemoteClient, SendsAPacketAgainAfterANak) {
 
 TEST(GdbRemoteClient, GivesUpAfterThreeNaks) {
   ScriptedGdbServer server({{kSupported, "+" + packet("")}, {"m0,4", "-"}, {"m0,4", "-"}, {"m0,4", "-"}});
-  EXPECT_EQ(failure([&] { connect(server)->readMemory(0, 4); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server)->readMemory(0, 4); }),
             "the GDB server refused 'm0,4' 3 times (it did not receive it intact)");
   server.finish();
 }
@@ -106,35 +97,35 @@ TEST(GdbRemoteClient, AsksAgainForAGarbledReply) {
 
 TEST(GdbRemoteClient, GivesUpOnAReplyGarbledThreeTimes) {
   ScriptedGdbServer server({{kSupported, "+" + packet("")}, {"m0,4", "+$2a000000#00$2a000000#00$2a000000#00"}});
-  EXPECT_EQ(failure([&] { connect(server)->readWord(0); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server)->readWord(0); }),
             "the reply to 'm0,4' arrived garbled (bad checksum) 3 times");
   EXPECT_EQ(server.finish(), (Strings{"$" + kSupported, "+", "$m0,4", "-", "-"}));
 }
 
 TEST(GdbRemoteClient, AnErrorReplyNamesTheRequest) {
   ScriptedGdbServer server(with(noAckHandshake(), {{"me0040010,4", packet("E14")}}));
-  EXPECT_EQ(failure([&] { connect(server)->readWord(0xE0040010); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server)->readWord(0xE0040010); }),
             "the GDB server refused reading 4 bytes at 0xE0040010: E14");
   server.finish();
 }
 
 TEST(GdbRemoteClient, ANonsenseMemoryReplyIsAnError) {
   ScriptedGdbServer server(with(noAckHandshake(), {{"m0,4", packet("2a00")}}));
-  EXPECT_EQ(failure([&] { connect(server)->readWord(0); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server)->readWord(0); }),
             "the GDB server's answer to reading 4 bytes at 0x00000000 is not 4 bytes: '2a00'");
   server.finish();
 }
 
 TEST(GdbRemoteClient, SilenceIsATimeOut) {
   ScriptedGdbServer server(with(noAckHandshake(), {{"m0,4", ""}}));
-  EXPECT_EQ(failure([&] { connect(server, kTimeout)->readWord(0); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server, kTimeout)->readWord(0); }),
             "no reply from the GDB server within 300 ms to 'm0,4'");
   server.finish();
 }
 
 TEST(GdbRemoteClient, NoAcknowledgementIsATimeOut) {
   ScriptedGdbServer server({{kSupported, ""}});
-  EXPECT_EQ(failure([&] { connect(server, kTimeout); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server, kTimeout); }),
             "no acknowledgement from the GDB server within 300 ms for '" + kSupported + "'");
   server.finish();
 }
@@ -142,7 +133,7 @@ TEST(GdbRemoteClient, NoAcknowledgementIsATimeOut) {
 TEST(GdbRemoteClient, ADroppedConnectionIsSaid) {
   ScriptedGdbServer server(with(noAckHandshake(), {{"m0,4", "", true}}));
   const std::string port = std::to_string(server.port());
-  EXPECT_EQ(failure([&] { connect(server)->readWord(0); }),
+  EXPECT_EQ(thrownText<GdbError>([&] { connect(server)->readWord(0); }),
             "the GDB server at 127.0.0.1:" + port + " closed the connection");
   server.finish();
 }
@@ -154,7 +145,7 @@ TEST(GdbRemoteClient, NoServerAtAll) {
     port = server.port();
     auto transport = std::make_unique<TcpTransport>("127.0.0.1", port, kTimeout * 10);  // takes its connection
   }
-  const std::string text = failure([&] { TcpTransport("127.0.0.1", port, kTimeout * 10); });
+  const std::string text = thrownText<GdbError>([&] { TcpTransport("127.0.0.1", port, kTimeout * 10); });
   EXPECT_TRUE(std::regex_match(
       text, std::regex("cannot connect to the GDB server at 127\\.0\\.0\\.1:" + std::to_string(port) + ": .+")))
       << text;
@@ -207,9 +198,9 @@ TEST(GdbRemoteClient, UnsupportedRequestsAreSaid) {
   ScriptedGdbServer server(with(noAckHandshake(), {{"Z1,100,2", packet("")}, {"M0,1:00", packet("E01")}}));
   {
     auto client = connect(server);
-    EXPECT_EQ(failure([&] { client->insertBreakpoint(0x100, true); }),
+    EXPECT_EQ(thrownText<GdbError>([&] { client->insertBreakpoint(0x100, true); }),
               "the GDB server does not support a hardware breakpoint at 0x00000100 ('Z1,100,2')");
-    EXPECT_EQ(failure([&] { client->writeMemory(0, std::string(1, '\0')); }),
+    EXPECT_EQ(thrownText<GdbError>([&] { client->writeMemory(0, std::string(1, '\0')); }),
               "the GDB server refused writing 1 bytes at 0x00000000: E01");
   }
   server.finish();
@@ -230,7 +221,7 @@ TEST(GdbRemoteClient, ReadsARegisterWithPOrFromAllOfThem) {
     auto client = connect(server);
     EXPECT_EQ(client->readRegister(0), 0x12345678u);
     EXPECT_EQ(client->readRegister(15), 0x8Cu);
-    EXPECT_EQ(failure([&] { client->readRegister(1); }), "the GDB server refused reading register 1: E01");
+    EXPECT_EQ(thrownText<GdbError>([&] { client->readRegister(1); }), "the GDB server refused reading register 1: E01");
   }
   server.finish();
   EXPECT_EQ(server.mismatch(), "");
