@@ -2,6 +2,9 @@
 
 #include <dirent.h>
 
+#include <fstream>
+#include <string>
+
 namespace vestrel_test {
 
 namespace {
@@ -22,5 +25,14 @@ std::size_t entriesIn(const char* directory) {
 std::size_t threadCount() { return entriesIn("/proc/self/task"); }
 // Less the descriptor of the listing itself.
 std::size_t handleCount() { return entriesIn("/proc/self/fd") - 1; }
+
+std::size_t peakMemoryBytes() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::stoul(line.substr(6)) * 1024;  // "VmHWM:   123 kB"
+  }
+  return 0;
+}
 
 }  // namespace vestrel_test

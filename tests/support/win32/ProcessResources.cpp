@@ -4,6 +4,9 @@
 #include "win32/windows_headers.h"
 
 #include <tlhelp32.h>
+// GetProcessMemoryInfo from kernel32 (K32GetProcessMemoryInfo): no psapi.dll.
+#define PSAPI_VERSION 2
+#include <psapi.h>
 
 #include <cstdint>
 
@@ -34,6 +37,13 @@ std::size_t handleCount() {
   const auto slot = reinterpret_cast<std::uintptr_t>(probe) / 4;
   CloseHandle(probe);
   return static_cast<std::size_t>(slot);
+}
+
+std::size_t peakMemoryBytes() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  counters.cb = sizeof counters;
+  if (!GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters)) return 0;
+  return counters.PeakWorkingSetSize;
 }
 
 }  // namespace vestrel_test
