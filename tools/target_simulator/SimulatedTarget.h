@@ -38,7 +38,7 @@ class SimulatedTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
 
   struct Figures {
     std::uint64_t bytesSent = 0;  // accepted by the line
-    std::uint64_t bytesLost = 0;  // the line was full
+    std::uint64_t bytesLost = 0;  // still waiting for room on the line seconds after the halt
     bool garbled = false;         // the receiver's rate was more than 5 % off
     std::uint32_t prescaler = 0;
     std::uint32_t timestampPrescale = 0;
