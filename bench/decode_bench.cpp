@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "DecodePipeline.h"
+#include "SymbolTable.h"
 
 using Clock = std::chrono::steady_clock;
 using namespace vestrel::decode;
@@ -51,7 +52,10 @@ std::vector<std::uint8_t> makeStream(std::size_t size) {
     out.insert(out.end(), {0xC0, static_cast<std::uint8_t>(generator() & 0x7F)});
     if (generator() % 4 == 0) {
       out.insert(out.end(), {0x0E, 0x0F, 0x10, 0x10, 0x0E, 0x0F, 0x20, 0x20});
-      out.insert(out.end(), {0x17, 0x34, 0x12, 0x00, 0x08, 0x30});
+      // A PC sample somewhere in the first 256 KiB of flash.
+      const std::uint32_t pc = 0x08000000u + (generator() & 0x3FFFEu);
+      out.insert(out.end(), {0x17, static_cast<std::uint8_t>(pc), static_cast<std::uint8_t>(pc >> 8),
+                             static_cast<std::uint8_t>(pc >> 16), static_cast<std::uint8_t>(pc >> 24), 0x30});
     }
   }
   return out;
@@ -128,6 +132,24 @@ int main(int argc, char** argv) {
   statistics.statistics = true;
   statistics.quiet = true;
 
+  // A firmware of 4096 functions of 64 bytes over those 256 KiB, a line
+  // row every 4 bytes.
+  std::vector<vestrel::symbols::FunctionSymbol> functions;
+  std::vector<vestrel::symbols::LineRow> rows;
+  for (std::uint32_t f = 0; f < 4096; ++f) {
+    functions.push_back({"function_" + std::to_string(f), 0x08000000u + f * 64, 64});
+    for (std::uint32_t at = 0; at < 64; at += 4) rows.push_back({0x08000000u + f * 64 + at, 0, f * 20 + at / 4, false});
+  }
+  const vestrel::symbols::SymbolTable symbols(std::move(functions), {"firmware.c"}, std::move(rows));
+  DecodeOptions profile;
+  profile.quiet = true;
+  profile.profile = true;
+  profile.symbols = &symbols;
+  DecodeOptions report = profile;
+  report.profile = false;
+  std::FILE* reportFile = std::fopen(kNullDevice, "wb");
+  report.html = reportFile;
+
   const double baseline = median([&] { return copyRate(streamPath, stream.size()); });
   Run textRun{}, jsonRun{}, statisticsRun{}, randomRun{};
   const double textRate = median([&] { return (textRun = decodeRate(streamPath, stream.size(), text)).rate; });
@@ -136,6 +158,9 @@ int main(int argc, char** argv) {
       median([&] { return (statisticsRun = decodeRate(streamPath, stream.size(), statistics)).rate; });
   const double randomRate = median([&] { return (randomRun = decodeRate(randomPath, noise.size(), text)).rate; });
   const double randomStatisticsRate = median([&] { return decodeRate(randomPath, noise.size(), statistics).rate; });
+  const double profileRate = median([&] { return decodeRate(streamPath, stream.size(), profile).rate; });
+  const double reportRate = median([&] { return decodeRate(streamPath, stream.size(), report).rate; });
+  std::fclose(reportFile);
   std::remove(streamPath.c_str());
   std::remove(randomPath.c_str());
 
@@ -152,6 +177,8 @@ int main(int argc, char** argv) {
   row("statistics only (--stats --quiet)", statisticsRate, 400);
   row("random bytes, text output", randomRate, 100);
   row("random bytes, statistics only", randomStatisticsRate, 100);
+  row("profile, 4096 functions (--profile)", profileRate, 200);
+  row("HTML report (--html)", reportRate, 100);
   std::uint64_t packets = 0;
   for (std::uint64_t count : counted.packets) packets += count;
   std::printf("  (%llu packets, %llu malformed bytes in the stream; %llu malformed runs in the random bytes)\n",

@@ -64,12 +64,16 @@ ScriptedGdbServer::ScriptedGdbServer(std::vector<GdbStep> steps) : impl_(std::ma
   impl_->thread = std::thread([this] { impl_->run(); });
 }
 
+// A server still waiting for its client is woken by one that connects and
+// leaves at once (closing the acceptor under the waiting thread would race).
 ScriptedGdbServer::~ScriptedGdbServer() {
-  if (impl_->thread.joinable()) {
-    asio::error_code ignored;
-    impl_->acceptor.close(ignored);
-    impl_->thread.join();
-  }
+  if (!impl_->thread.joinable()) return;
+  asio::io_context io;
+  asio::ip::tcp::socket wake(io);
+  asio::error_code ignored;
+  wake.connect(asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), port()), ignored);
+  wake.close(ignored);
+  impl_->thread.join();
 }
 
 unsigned short ScriptedGdbServer::port() const { return impl_->acceptor.local_endpoint().port(); }

@@ -107,12 +107,12 @@ TEST(GdbRecord, ABreakpointEndsTheRecording) {
   ASSERT_NE(qemu(), "") << "run through scripts/with-qemu-target";
   char address[16];
   std::snprintf(address, sizeof address, "0x%X", static_cast<unsigned>(functionAddress("filter_sample")));
-  const Recording run = runRecord(
-      "--gdb " + qemu() + " --clock 6000000 --prescaler 0 --port COM7 --break " + address + " --leave-running",
-      "record-gdb-break");
+  const Recording run =
+      runRecord("--gdb " + qemu() + " --clock 6000000 --prescaler 0 --port COM7 --seconds 60 --break " + address +
+                    " --leave-running",
+                "record-gdb-break");
   ASSERT_EQ(run.exitCode, 0) << run.printed;
-  // Without --seconds the recording would wait for Enter: the breakpoint
-  // ended it.
+  // A minute was asked for: the breakpoint ended it.
   EXPECT_EQ(printedLine(run.printed, "the target stopped"), "the target stopped by signal 5 (SIGTRAP)");
   EXPECT_EQ(printedLine(run.printed, "left the target running"), "left the target running");
   EXPECT_EQ(printedLine(run.printed, "saved"), "saved record-gdb-break.bin");

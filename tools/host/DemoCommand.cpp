@@ -104,8 +104,10 @@ bool writePictures(const std::string& capture, const fs::path& dir, const symbol
         },
         stdout, options);
   }
-  const bool closed =
-      (timeline == nullptr || std::fclose(timeline) == 0) & (report == nullptr || std::fclose(report) == 0);
+  // Both are closed, whatever the first one's close says.
+  const bool timelineClosed = timeline == nullptr || std::fclose(timeline) == 0;
+  const bool reportClosed = report == nullptr || std::fclose(report) == 0;
+  const bool closed = timelineClosed && reportClosed;
   if (timeline == nullptr || report == nullptr || result.status != decode::DecodeResult::Status::Done || !closed) {
     std::cerr << "vestrel-host: could not write " << timelinePath.string() << " and " << reportPath.string() << "\n";
     return false;
