@@ -119,7 +119,7 @@ void writeProfile(OutputBuffer& out, const ProfileReport& report, std::size_t ma
     if (shown++ == maxRows) {
       std::uint64_t rest = 0;
       for (std::size_t i = maxRows; i < report.rows.size(); ++i) rest += report.rows[i].samples;
-      row(rest, "(" + std::to_string(report.rows.size() - maxRows) + " more)", "");
+      row(rest, "(" + std::to_string(report.rows.size() - maxRows).append(" more)"), "");
       break;
     }
     row(r.samples, r.function, r.file.empty() ? "" : r.file + ":" + std::to_string(r.line));
