@@ -1,7 +1,10 @@
 #include "BoardFile.h"
 
 #include <cstring>
+#include <memory>
 #include <string>
+
+#include "OsServices.h"
 
 namespace Kv::Orv::Trace::Vestrel {
 
@@ -43,6 +46,14 @@ bool productName(const char* line, std::string& value) {
 }
 
 }  // namespace
+
+bool ParseBoardFile(const std::string& path, const std::function<void(std::FILE*)>& parse) {
+  const auto close = [](std::FILE* stream) { KV_ORV::os().closeStream(stream); };
+  const std::unique_ptr<std::FILE, decltype(close)> file(KV_ORV::os().openStream(path.c_str(), "r"), close);
+  if (!file) return false;
+  parse(file.get());
+  return true;
+}
 
 ProbeKind ReadProbeKind(std::FILE* file) {
   char line[kLineSize];

@@ -4,10 +4,17 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <string>
 
 #include "ProbeKind.h"
 
 namespace Kv::Orv::Trace::Vestrel {
+
+// Opens the board file at path for reading, lets parse read it and closes
+// it on every way out, a parser that throws included (the exception passes
+// on). False, and parse not called, when the file does not open.
+bool ParseBoardFile(const std::string& path, const std::function<void(std::FILE*)>& parse);
 
 // The probe kind the file describes: Calder when a "calder" section comes
 // first, Harrow when a "product" section's name entry is "Harrow" first;

@@ -44,9 +44,7 @@ void Receiver::withBoardFile(Parser parse) {
     } else {
       std::string path;
       path = adapter->GetBoardFile(cpuName_, path);
-      // Closed on every path, a parser that throws included.
-      const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"), &std::fclose);
-      if (file) parse(file.get());
+      ParseBoardFile(path, parse);  // a file that does not open is skipped
     }
   } catch (...) {
     KV_LOG(1, KV_ORV::kLogError, "%s: exception using %s", kTag, kSetupAdapterLibrary);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "NativePlatform.h"
+#include "OsServices.h"
 #include "cHexkitError.h"
 
 namespace Kv::Orv::Trace::Vestrel {
@@ -22,21 +23,26 @@ class TdfFile {
   explicit TdfFile(const char* path) {
     // The file must exist already: the host creates TDF files.
     if (path == nullptr || *path == '\0') Hexkit::throwHexkitError("File name passed to save file is not valid.");
-    std::FILE* probe = KV_ORV::native::openSharedStream(path, "rb");
-    if (probe == nullptr) Hexkit::throwHexkitError("File name passed to save file is not valid.");
-    std::fclose(probe);
-    stream_ = KV_ORV::native::openSharedStream(path, "r+b");
+    checkReadable(path);
+    stream_ = KV_ORV::os().openSharedStream(path, "r+b");
     if (stream_ == nullptr) Hexkit::throwHexkitError("Could not open TDF file as specified.");
   }
   // A way out by an error closes without a check; the way out after the
-  // last write calls close() and so learns whether that write reached the file.
+  // last write calls close() and so learns whether that write reached the
+  // file: the length rewrite is still buffered until the stream closes.
   ~TdfFile() {
-    if (stream_ != nullptr) std::fclose(stream_);
+    if (stream_ != nullptr) KV_ORV::os().closeStream(stream_);
   }
   void close(const char* failure) {
     std::FILE* stream = stream_;
     stream_ = nullptr;
-    if (std::fclose(stream) != 0) Hexkit::throwHexkitError(failure);
+    if (KV_ORV::os().closeStream(stream) != 0) Hexkit::throwHexkitError(failure);
+  }
+  // The file-name check: the file exists and opens for reading.
+  static void checkReadable(const char* path) {
+    std::FILE* probe = KV_ORV::os().openSharedStream(path, "rb");
+    if (probe == nullptr) Hexkit::throwHexkitError("File name passed to save file is not valid.");
+    KV_ORV::os().closeStream(probe);
   }
   TdfFile(const TdfFile&) = delete;
   TdfFile& operator=(const TdfFile&) = delete;
@@ -91,9 +97,9 @@ void writeSectionHeader(const char* filePath, const char* sectionName, std::uint
 void ensureSectionFits(const char* filePath, const char* sectionName, std::uint64_t dataBytes) {
   std::uint64_t end = 0;
   if (filePath != nullptr && *filePath != '\0') {
-    if (std::FILE* stream = KV_ORV::native::openSharedStream(filePath, "rb")) {
+    if (std::FILE* stream = KV_ORV::os().openSharedStream(filePath, "rb")) {
       const std::int64_t length = KV_ORV::native::streamLength(stream);
-      std::fclose(stream);
+      KV_ORV::os().closeStream(stream);
       if (length > 0) end = static_cast<std::uint64_t>(length);
     }
   }
@@ -106,11 +112,7 @@ void writeSectionData(const char* filePath, const char*, std::uint32_t sectionOf
                       std::size_t elementSize, std::size_t elementCount, std::uint32_t& sectionLength) {
   sectionLength = 0;
   if (filePath == nullptr || *filePath == '\0') Hexkit::throwHexkitError("File name passed to save file is not valid.");
-  {
-    std::FILE* probe = KV_ORV::native::openSharedStream(filePath, "rb");
-    if (probe == nullptr) Hexkit::throwHexkitError("File name passed to save file is not valid.");
-    std::fclose(probe);
-  }
+  TdfFile::checkReadable(filePath);
   if (sectionOffset < 4) Hexkit::throwHexkitError("Section header offset to save data is not valid.");
   if (data == nullptr) Hexkit::throwHexkitError("No data to write TDF.");
   TdfFile file(filePath);

@@ -15,15 +15,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 
 #include "../LinuxTtyNumbers.h"
 #include "../SerialPort.h"
-
-// <sys/ioctl.h> would pull in the C library's termios, which clashes with
-// the kernel's termios2 definitions above.
-extern "C" int ioctl(int fd, unsigned long request, ...);
+#include "tty_requests.h"
 
 namespace Kv::Orv::Trace::Vestrel {
 
@@ -48,6 +46,11 @@ struct File {
 };
 
 Port* asPort(PortHandle handle) { return static_cast<Port*>(handle); }
+
+// Every terminal request goes through the replaceable tty::ttyRequests().
+int request(int fd, unsigned long code, void* argument = nullptr) {
+  return tty::ttyRequests().request(fd, code, argument);
+}
 
 std::string narrow(const std::wstring& text) {
   std::string out;
@@ -87,8 +90,8 @@ speed_t nominal(std::uint32_t rate) { return rate; }
 void applyModemLines(int fd, const PortState& state) {
   int dtr = TIOCM_DTR;
   int rts = TIOCM_RTS;
-  ioctl(fd, state.fDtrControl == 0 ? TIOCMBIC : TIOCMBIS, &dtr);
-  ioctl(fd, state.fRtsControl == 0 ? TIOCMBIC : TIOCMBIS, &rts);
+  request(fd, state.fDtrControl == 0 ? TIOCMBIC : TIOCMBIS, &dtr);
+  request(fd, state.fRtsControl == 0 ? TIOCMBIC : TIOCMBIS, &rts);
 }
 
 }  // namespace
@@ -104,13 +107,22 @@ class PosixSerialApi final : public SerialApi {
     }
     auto* port = new Port;
     port->fd = fd;
-    if (ioctl(fd, TCGETS2, &port->original) != 0) {
+    if (request(fd, TCGETS2, &port->original) != 0) {
       failed();
       ::close(fd);
       delete port;
       return nullptr;
     }
     port->shadow = defaultShadow();
+    // The driver of a USB serial port raises DTR and RTS when it opens; the
+    // state reports a raised line as enabled, as Windows does, so that
+    // restoring the state found raises them again. A pseudo-terminal has no
+    // modem lines and refuses: both read as disabled.
+    int lines = 0;
+    if (request(fd, TIOCMGET, &lines) == 0) {
+      port->shadow.fDtrControl = (lines & TIOCM_DTR) != 0 ? 1 : 0;
+      port->shadow.fRtsControl = (lines & TIOCM_RTS) != 0 ? 1 : 0;
+    }
     return port;
   }
 
@@ -124,7 +136,7 @@ class PosixSerialApi final : public SerialApi {
   bool getState(PortHandle handle, PortState& state) override {
     Port& port = *asPort(handle);
     struct termios2 tio {};
-    if (ioctl(port.fd, TCGETS2, &tio) != 0) return failed();
+    if (request(port.fd, TCGETS2, &tio) != 0) return failed();
     state = port.shadow;
     state.BaudRate = static_cast<std::uint32_t>(tio.c_ispeed != 0 ? tio.c_ispeed : tio.c_ospeed);
     switch (tio.c_cflag & CSIZE) {
@@ -153,7 +165,7 @@ class PosixSerialApi final : public SerialApi {
   bool setState(PortHandle handle, const PortState& state) override {
     Port& port = *asPort(handle);
     struct termios2 tio {};
-    if (ioctl(port.fd, TCGETS2, &tio) != 0) return failed();
+    if (request(port.fd, TCGETS2, &tio) != 0) return failed();
     // Raw bytes in, nothing interpreted.
     tio.c_iflag &= ~static_cast<tcflag_t>(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON | IXOFF |
                                           IXANY | INPCK);
@@ -185,7 +197,7 @@ class PosixSerialApi final : public SerialApi {
     tio.c_ospeed = nominal(state.BaudRate);
     tio.c_cc[VMIN] = 0;
     tio.c_cc[VTIME] = 0;
-    if (ioctl(port.fd, TCSETS2, &tio) != 0) return failed();
+    if (request(port.fd, TCSETS2, &tio) != 0) return failed();
     applyModemLines(port.fd, state);
     port.shadow = state;
     return true;
@@ -196,17 +208,18 @@ class PosixSerialApi final : public SerialApi {
     const bool output = (flags & kPurgeTxClear) != 0;
     if (!input && !output) return true;
     const int queue = input && output ? TCIOFLUSH : (input ? TCIFLUSH : TCOFLUSH);
-    return ioctl(asPort(handle)->fd, TCFLSH, queue) == 0 || failed();
+    return request(asPort(handle)->fd, TCFLSH, reinterpret_cast<void*>(static_cast<std::intptr_t>(queue))) == 0 ||
+           failed();
   }
 
   bool clearError(PortHandle handle, std::uint32_t& queuedBytes) override {
     int queued = 0;
-    if (ioctl(asPort(handle)->fd, FIONREAD, &queued) != 0) return failed();
+    if (request(asPort(handle)->fd, FIONREAD, &queued) != 0) return failed();
     queuedBytes = static_cast<std::uint32_t>(queued);
     return true;
   }
 
-  bool setBreak(PortHandle handle) override { return ioctl(asPort(handle)->fd, TIOCSBRK) == 0 || failed(); }
+  bool setBreak(PortHandle handle) override { return request(asPort(handle)->fd, TIOCSBRK) == 0 || failed(); }
 
   bool read(PortHandle handle, void* buffer, std::uint32_t size, std::uint32_t& bytesRead) override {
     bytesRead = 0;
@@ -240,7 +253,7 @@ class PosixSerialApi final : public SerialApi {
   bool closePort(PortHandle handle) override {
     Port* port = asPort(handle);
     if (port == nullptr) return true;
-    ioctl(port->fd, TCSETS2, &port->original);
+    request(port->fd, TCSETS2, &port->original);
     const int result = ::close(port->fd);
     const int error = errno;
     delete port;

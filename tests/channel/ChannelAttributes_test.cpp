@@ -12,7 +12,7 @@
 #include "FakeDevice.h"
 #include "FakeSerialDevices.h"
 #include "FakeTraceInterface.h"
-#include "ProcessResources.h"
+#include "MemoryBound.h"
 #include "TestLog.h"
 #include "ThrownText.h"
 
@@ -177,25 +177,9 @@ TEST_F(ChannelAttributesTest, AnOverlongSetupLineIsCutAndTheLinesAfterItStillCou
 }
 
 TEST_F(ChannelAttributesTest, AnOverlongSetupLineCostsNoMoreMemoryThanTheLineBuffer) {
-  // 64 MiB on one line, written in pieces: the test never holds it whole.
   std::filesystem::create_directories(settings.path());
-  {
-    std::ofstream out(settings.file("TraceCntrl-itm.ini"), std::ios::binary);
-    out << "ITM_0=1";
-    const std::string piece(1 << 20, ' ');
-    for (int i = 0; i < 64; ++i) out << piece;
-    out << "\nITM_1=1\n";
-  }
-  // In a process of its own, so that the peak is this reading's alone.
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        const std::size_t before = vestrel_test::peakMemoryBytes();
-        const bool read = value("ITMChannelType_1") == "1";
-        const std::size_t grown = vestrel_test::peakMemoryBytes() - before;
-        std::exit(before == 0 ? 3 : !read ? 2 : grown >= (16u << 20) ? 1 : 0);
-      },
-      ::testing::ExitedWithCode(0), "");
+  vestrel_test::writeOverlongLine(settings.file("TraceCntrl-itm.ini"), "ITM_0=1", 64, ' ', "\nITM_1=1\n");
+  vestrel_test::expectReadWithin(16u << 20, [&] { return value("ITMChannelType_1") == "1"; });
 }
 
 TEST_F(ChannelAttributesTest, PortNumbersBeyondThirtyTwoBitsNeverWrapOntoATablePort) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ChannelDriver.h"
+#include "FakeOsServices.h"
 #include "FakeTraceInterface.h"
 #include "TestLog.h"
 #include "ThrownText.h"
@@ -139,6 +140,19 @@ TEST_F(ChannelSamplesTest, AnEmptyCaptureExportsAnEmptyFileOrAnEmptySection) {
   std::ofstream(tdf, std::ios::binary) << "TDF1";
   driver->SaveToFile(tdf, 1);
   EXPECT_EQ(readFile(tdf), "TDF1" + word(24) + word(1) + word(12) + "BinTraceData");
+}
+
+TEST_F(ChannelSamplesTest, ATdfExportWhoseLastLengthRewriteDoesNotReachTheFileFails) {
+  capture(bytesOf(20000 * 8));
+  const std::string tdf = dir.file("trace.tdf");
+  std::ofstream(tdf, std::ios::binary) << "TDF1";
+  vestrel_test::FakeOsServices fake;
+  KV_ORV::ScopedOsOverride override{fake};
+  fake.closeFailsForMode = "r+b";
+  int severity = 0;
+  EXPECT_EQ(hexkitText([&] { driver->SaveToFile(tdf, 0); }, &severity), "Write error - size of TDF header.");
+  EXPECT_EQ(severity, 2);
+  EXPECT_EQ(fake.streamsOpen(), 0);
 }
 
 TEST_F(ChannelSamplesTest, ATdfFileTheHostNeverCreatedCannotTakeData) {

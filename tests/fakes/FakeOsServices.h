@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <optional>
@@ -29,6 +30,11 @@ class FakeOsServices : public KV_ORV::OsServices {
   std::optional<std::vector<std::uint32_t>> processIds;  // the running processes
   bool processListFails = false;
   std::optional<std::uint32_t> processId;  // this process
+  // closeStream really closes, then answers EOF, as fclose does when the
+  // last buffered bytes do not reach the file (a write-back error, a full
+  // or vanished network share).
+  bool closeStreamFails = false;
+  std::string closeFailsForMode;  // only streams opened in this mode ("r+b")
 
   // --- records --------------------------------------------------------------------
   std::vector<std::string> madeDirectories;
@@ -37,6 +43,11 @@ class FakeOsServices : public KV_ORV::OsServices {
   std::vector<std::string> debuggerLines;
   std::vector<std::string> loadedFiles;
   int freedLibraries = 0;
+  std::vector<std::string> openedStreams;  // "path (mode)", plain and shared alike
+  int closedStreams = 0;
+  int failedStreamCloses = 0;  // closes answered with EOF
+  // Streams opened through this fake and not closed yet.
+  int streamsOpen() const { return openedStreamCount_ - closedStreams; }
 
   bool getEnvironmentVariable(const char* name, std::string& value) override {
     return real_.getEnvironmentVariable(name, value);
@@ -100,10 +111,36 @@ class FakeOsServices : public KV_ORV::OsServices {
     ++freedLibraries;
     if (handle != &dummyLibrary_) real_.freeLibrary(handle);
   }
+  std::FILE* openStream(const char* path, const char* mode) override {
+    return recordOpen(path, mode, real_.openStream(path, mode));
+  }
+  std::FILE* openSharedStream(const char* path, const char* mode) override {
+    return recordOpen(path, mode, real_.openSharedStream(path, mode));
+  }
+  int closeStream(std::FILE* stream) override {
+    ++closedStreams;
+    const bool fails = closeStreamFails || (!closeFailsForMode.empty() && modes_[stream] == closeFailsForMode);
+    modes_.erase(stream);
+    const int result = real_.closeStream(stream);
+    if (!fails && result == 0) return 0;
+    ++failedStreamCloses;
+    return EOF;
+  }
 
  private:
+  std::FILE* recordOpen(const char* path, const char* mode, std::FILE* stream) {
+    openedStreams.push_back(std::string(path) + " (" + mode + ")" + (stream == nullptr ? " failed" : ""));
+    if (stream != nullptr) {
+      ++openedStreamCount_;
+      modes_[stream] = mode;
+    }
+    return stream;
+  }
+
   KV_ORV::OsServices& real_;
   int dummyLibrary_ = 0;
+  int openedStreamCount_ = 0;
+  std::map<std::FILE*, std::string> modes_;
 };
 
 // 16 November 2026, a Monday, 14:03:07.045.

@@ -4,8 +4,13 @@
 
 #include <cstdio>
 #include <fstream>
+#include <new>
 #include <string>
+#include <vector>
 
+#include "FakeOsServices.h"
+#include "MemoryBound.h"
+#include "ProcessResources.h"
 #include "TestSupport.h"
 
 using namespace Kv::Orv::Trace::Vestrel;
@@ -115,4 +120,51 @@ TEST_F(BoardFileTest, UnindentedLinesAreIgnoredInTheEntrySearch) {
 TEST_F(BoardFileTest, AVeryLongLineIsReadInPiecesWithoutHarm) {
   EXPECT_TRUE(
       entry("$ swd\n  other=" + std::string(40000, 'v') + "\n  swo_data=tdo_pin\n", "swd", "swo_data", "tdo_pin"));
+}
+
+TEST_F(BoardFileTest, AnOverlongLineCostsNoMoreMemoryThanTheLineBuffer) {
+  vestrel_test::writeOverlongLine(path(), "$ swd\n  other=", 64, 'v', "\n  swo_data=tdo_pin\n");
+  vestrel_test::expectReadWithin(16u << 20, [&] {
+    std::FILE* file = std::fopen(path().c_str(), "r");
+    return file != nullptr && ReadBoardEntry(file, "swd", "swo_data", "tdo_pin");
+  });
+}
+
+// The board file is opened and closed around its parser, whichever way the
+// parser leaves.
+class BoardFileSessionTest : public BoardFileTest {
+ protected:
+  vestrel_test::FakeOsServices fake;
+  KV_ORV::ScopedOsOverride override{fake};
+};
+
+TEST_F(BoardFileSessionTest, AParserThatReturnsHasTheFileClosedAfterIt) {
+  write("$ calder\n");
+  ProbeKind kind = kUnsupportedProbe;
+  EXPECT_TRUE(ParseBoardFile(path(), [&](std::FILE* file) { kind = ReadProbeKind(file); }));
+  EXPECT_EQ(kind, kCalderProbe);
+  EXPECT_EQ(fake.openedStreams, std::vector<std::string>{path() + " (r)"});
+  EXPECT_EQ(fake.closedStreams, 1);
+  EXPECT_EQ(fake.streamsOpen(), 0);
+}
+
+TEST_F(BoardFileSessionTest, AParserThatThrowsHasTheFileClosedAndItsExceptionPassedOn) {
+  write("$ calder\n");
+  const std::size_t handlesBefore = vestrel_test::handleCount();
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_THROW(ParseBoardFile(path(), [](std::FILE*) { throw std::bad_alloc(); }), std::bad_alloc);
+  }
+  EXPECT_EQ(fake.openedStreams.size(), 20u);
+  EXPECT_EQ(fake.closedStreams, 20);
+  EXPECT_EQ(fake.streamsOpen(), 0);
+  // The system agrees: twenty leaked streams would hold twenty handles.
+  EXPECT_EQ(vestrel_test::handleCount(), handlesBefore);
+}
+
+TEST_F(BoardFileSessionTest, AFileThatDoesNotOpenIsSkippedWithNothingToClose) {
+  bool parsed = false;
+  EXPECT_FALSE(ParseBoardFile(dir.file("missing.txt"), [&](std::FILE*) { parsed = true; }));
+  EXPECT_FALSE(parsed);
+  EXPECT_EQ(fake.openedStreams, std::vector<std::string>{dir.file("missing.txt") + " (r) failed"});
+  EXPECT_EQ(fake.closedStreams, 0);
 }

@@ -129,6 +129,25 @@ TEST_F(ReceiverTest, TheBoardFileIsAskedForTheRequestingCpu) {
             "SWO trace is not supported by this emulator.");
 }
 
+TEST_F(ReceiverTest, EachBoardQuestionOpensTheBoardFileOnceAndClosesIt) {
+  const std::string board = scenario.board("$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
+  Receiver receiver;
+  ASSERT_NE(driverFor(receiver, "Probe1/CortexM4"), nullptr);
+  // The probe kind, then the SWD check's two entries.
+  const std::string opened = board + " (r)";
+  EXPECT_EQ(fake.openedStreams, (std::vector<std::string>{opened, opened, opened}));
+  EXPECT_EQ(fake.closedStreams, 3);
+  EXPECT_EQ(fake.streamsOpen(), 0);
+}
+
+TEST_F(ReceiverTest, ABoardFileThatDoesNotOpenIsSkippedAndNothingIsLeftOpen) {
+  const std::string missing = scenario.file("no-such-board.txt");
+  EXPECT_EQ(driverFailure("board * = " + missing + "\ndevice_id = 0x0B9AF02F\n"),
+            "SWO trace is not supported by this emulator.");
+  EXPECT_EQ(fake.openedStreams, std::vector<std::string>{missing + " (r) failed"});
+  EXPECT_EQ(fake.closedStreams, 0);
+}
+
 TEST_F(ReceiverTest, AnUnknownProbeIsNotSupported) {
   EXPECT_EQ(driverFailure("board * = " + scenario.board("$ other\n") + "\ndevice_id = 0x0B9AF02F\n"),
             "SWO trace is not supported by this emulator.");

@@ -27,6 +27,8 @@ class ProbeScenario {
           "\ndevice_id = 0x0B9AF02F\n" + extra);
   }
   const std::string& directory() const { return dir_.path(); }
+  // The path of a file of that name beside the scenario (not created).
+  std::string file(const std::string& name) const { return dir_.file(name); }
 
  private:
   ScratchDirectory dir_;

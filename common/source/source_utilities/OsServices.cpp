@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "NativePlatform.h"
+
 namespace KV_ORV {
 
 namespace {
@@ -12,6 +14,14 @@ OsServices& os() {
   OsServices* replacement = activeOverride.load(std::memory_order_acquire);
   return replacement != nullptr ? *replacement : nativeOs();
 }
+
+std::FILE* OsServices::openStream(const char* path, const char* mode) { return std::fopen(path, mode); }
+
+std::FILE* OsServices::openSharedStream(const char* path, const char* mode) {
+  return native::openSharedStream(path, mode);
+}
+
+int OsServices::closeStream(std::FILE* stream) { return std::fclose(stream); }
 
 ScopedOsOverride::ScopedOsOverride(OsServices& replacement)
     : previous_(activeOverride.exchange(&replacement, std::memory_order_acq_rel)) {}

@@ -1,6 +1,7 @@
 // The operating-system services the utility library needs that have failure
 // paths or values worth controlling in tests: environment, directories, free
-// disk space, the local clock, debugger output and run-time library loading.
+// disk space, the local clock, debugger output, run-time library loading and
+// the C streams of files read or written whole within one call.
 //
 // Production code always goes through os(). The native implementation lives in
 // win32/ or posix/ (one is compiled in, chosen by the build); tests install a
@@ -9,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -60,6 +62,16 @@ class OsServices {
   virtual LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) = 0;
   virtual void* librarySymbol(LibraryHandle handle, const char* name, std::uint32_t& errorCode) = 0;
   virtual void freeLibrary(LibraryHandle handle) = 0;
+
+  // C streams of the files opened, read or written and closed within one
+  // call (the board file, TDF sections). openStream is a plain fopen;
+  // openSharedStream lets other readers and writers open the file at the same
+  // time. closeStream answers as fclose: 0, or EOF when buffered bytes did not
+  // reach the file or the close itself failed; the stream is gone either way.
+  // The same on every platform, so implemented here once.
+  virtual std::FILE* openStream(const char* path, const char* mode);
+  virtual std::FILE* openSharedStream(const char* path, const char* mode);
+  virtual int closeStream(std::FILE* stream);
 };
 
 // The services in force: the native ones unless a test overrides them.
