@@ -1,54 +1,26 @@
+// The receiver: its device identifier, the probe and board checks behind a
+// driver request, the target adapter, and the list of drivers it keeps.
 #include "Receiver.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "ChannelDriver.h"
-#include "ChannelDriverTestAccess.h"
 #include "DeviceSupport.h"
-#include "FakeOsServices.h"
 #include "FakeTraceInterface.h"
 #include "ProbeScenario.h"
-#include "TestLog.h"
+#include "ReceiverFixture.h"
 #include "ThrownText.h"
-#include "cHexkitError.h"
 
-using Kv::Orv::Hexkit::cHexkitError;
 using Kv::Orv::Trace::CChannelDriver;
-using Kv::Orv::Trace::ChannelStatus;
 using Kv::Orv::Trace::CReceiver;
 using namespace Kv::Orv::Trace::Vestrel;
-using vestrel_test::FakeOsServices;
 using vestrel_test::FakeTraceInterface;
 using vestrel_test::hexkitText;
 using vestrel_test::loaderName;
 using vestrel_test::ProbeScenario;
-using vestrel_test::TestLog;
-
-namespace {
-
-class ReceiverTest : public ::testing::Test {
- protected:
-  void SetUp() override { scenario.workingProbe(); }
-  CChannelDriver* driverFor(CReceiver& receiver, const char* cpu, std::uint32_t handle = 7) {
-    return receiver.GetChannelDriver(cpu, &trace, handle, 0);
-  }
-  std::string driverFailure(const std::string& scenarioText) {
-    scenario.write(scenarioText);
-    Receiver receiver;
-    return hexkitText([&] { driverFor(receiver, "Probe1/CortexM4"); });
-  }
-
-  TestLog log{"3"};
-  FakeOsServices fake;
-  KV_ORV::ScopedOsOverride override{fake};
-  ProbeScenario scenario;
-  FakeTraceInterface trace;
-};
-
-}  // namespace
+using vestrel_test::ReceiverTest;
 
 TEST_F(ReceiverTest, ConstructionLoadsTheDeviceIdentifier) {
   Receiver receiver;
@@ -317,98 +289,4 @@ TEST_F(ReceiverTest, DestroyingTheReceiverDestroysItsDrivers) {
     if (call.rfind("ReleaseTrace", 0) == 0) releases.push_back(call);
   }
   EXPECT_EQ(releases, (std::vector<std::string>{"ReleaseTrace(1)", "ReleaseTrace(2)"}));
-}
-
-// --- target-state forwarding -------------------------------------------------------
-
-class TargetStateTest : public ReceiverTest {
- protected:
-  void SetUp() override {
-    ReceiverTest::SetUp();
-    receiver = std::make_unique<Receiver>();
-    driver = dynamic_cast<ChannelDriver*>(driverFor(*receiver, "Probe1/A"));
-    trace.calls.clear();
-  }
-  void TearDown() override { receiver.reset(); }
-  std::unique_ptr<Receiver> receiver;
-  ChannelDriver* driver = nullptr;
-};
-
-TEST_F(TargetStateTest, NotConnectedUnregistersTheCpuWithoutAStop) {
-  for (std::uint32_t state : {3u, 4u}) {
-    driver->SetHaltState("Probe1/A", true);
-    ChannelDriverTestAccess::setState(*driver, 3);
-    receiver->OnTargetStateChanged("Probe1/A", state);
-    EXPECT_EQ(driver->targetState(), state);
-    EXPECT_TRUE(driver->haltList().empty());
-    EXPECT_EQ(driver->state(), 3u) << "the untouched record never says recording";
-    EXPECT_TRUE(trace.calls.empty());
-  }
-}
-
-TEST_F(TargetStateTest, RunningStartsARecordingThatIsNotRunning) {
-  for (std::uint32_t state : {5u, 6u}) {
-    receiver->OnTargetStateChanged("Probe1/A", state);
-    ASSERT_EQ(driver->haltList().size(), 1u);
-    EXPECT_FALSE(driver->haltList()[0].halted);
-  }
-  const auto lines = log.lines();
-  EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                       "Vestrel_ChannelDriver: Cannot start recording unless caltibration is complete"),
-            2);
-}
-
-TEST_F(TargetStateTest, RunningLeavesARunningRecordingAlone) {
-  ChannelDriverTestAccess::setState(*driver, 3);
-  receiver->OnTargetStateChanged("Probe1/A", 5);
-  EXPECT_TRUE(trace.calls.empty());
-  EXPECT_FALSE(log.contains("Vestrel_ChannelDriver: Cannot start recording since recording is already in progress"));
-}
-
-TEST_F(TargetStateTest, ARunningTargetWithAReadyDriverStartsItWithArgumentZero) {
-  ChannelDriverTestAccess::setState(*driver, 2);
-  EXPECT_THROW(receiver->OnTargetStateChanged("Probe1/A", 5), cHexkitError);
-  EXPECT_EQ(trace.calls.front(), "TraceOff(7)");
-}
-
-TEST_F(TargetStateTest, HaltingStopsARunningRecording) {
-  for (std::uint32_t state : {7u, 8u}) {
-    ChannelDriverTestAccess::setState(*driver, 3);
-    trace.calls.clear();
-    receiver->OnTargetStateChanged("Probe1/A", state);
-    ASSERT_EQ(driver->haltList().size(), 1u);
-    EXPECT_TRUE(driver->haltList()[0].halted);
-    EXPECT_EQ(trace.calls, (std::vector<std::string>{"TraceStop(7)", "TraceOff(7)"}));
-    EXPECT_EQ(driver->state(), 5u);
-  }
-}
-
-TEST_F(TargetStateTest, HaltingWithoutARecordingStopsNothing) {
-  receiver->OnTargetStateChanged("Probe1/A", 7);
-  EXPECT_TRUE(trace.calls.empty());
-  EXPECT_TRUE(driver->haltList()[0].halted);
-}
-
-TEST_F(TargetStateTest, OtherStatesAreOnlyStored) {
-  receiver->OnTargetStateChanged("Probe1/A", 9);
-  EXPECT_EQ(driver->targetState(), 9u);
-  EXPECT_TRUE(driver->haltList().empty());
-  EXPECT_TRUE(trace.calls.empty());
-}
-
-TEST_F(TargetStateTest, UnknownAndNullCpusAreIgnored) {
-  receiver->OnTargetStateChanged("Probe1/Z", 7);
-  receiver->OnTargetStateChanged(nullptr, 7);
-  EXPECT_EQ(driver->targetState(), 0u);
-  EXPECT_TRUE(driver->haltList().empty());
-}
-
-TEST_F(TargetStateTest, JobStateZeroReachesTheDriverAndOthersDoNot) {
-  CReceiver& host = *receiver;
-  host.OnJobStateChanged("Probe1/A", 1);
-  EXPECT_FALSE(log.contains("Vestrel_ChannelDriver: state changed to eJOB_MODIFIED_DISABLE_RESUME"));
-  host.OnJobStateChanged("Probe1/A", 0);
-  EXPECT_TRUE(log.contains("Vestrel_ChannelDriver: state changed to eJOB_MODIFIED_DISABLE_RESUME"));
-  EXPECT_NO_THROW(host.OnJobStateChanged("Probe1/Z", 0));
-  EXPECT_NO_THROW(host.OnJobStateChanged(nullptr, 0));
 }
