@@ -6,25 +6,12 @@
 
 #include "ChannelDriver.h"
 #include "LogControl.h"
+#include "ReceiverLibraries.h"
 #include "cHexkitError.h"
 
 namespace Kv::Orv::Trace::Vestrel {
 
 using Hexkit::cHexkitError;
-
-namespace {
-
-std::string describe(const std::exception_ptr& failure) {
-  try {
-    std::rethrow_exception(failure);
-  } catch (const std::exception& error) {
-    return error.what();
-  } catch (...) {
-    return "unknown exception";
-  }
-}
-
-}  // namespace
 
 Receiver::Receiver() { LoadDeviceIdentifier(); }
 
@@ -43,7 +30,7 @@ Receiver::~Receiver() noexcept(false) {
       destroyDeviceIdentifier_(deviceIdentifier_, 0);
     } catch (...) {
       identifierFailed = true;
-      identifierFailure = describe(std::current_exception());
+      identifierFailure = DescribeFailure(std::current_exception());
       KV_LOG(1, KV_ORV::kLogError, "%s: Destroying the device identifier failed: %s", kTag, identifierFailure.c_str());
     }
   }

@@ -17,4 +17,26 @@ void LoadReceiverLibrary(const char* name, std::unique_ptr<KV_ORV::uDll>& librar
   }
 }
 
+std::string DescribeFailure(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "unknown exception";
+  }
+}
+
+void ThrowAsOwn(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::bad_alloc&) {
+    throw std::bad_alloc();
+  } catch (const cHexkitError& error) {
+    throw cHexkitError(error.GetMessage(), error.GetSeverity());
+  } catch (...) {
+    Hexkit::throwHexkitError(DescribeFailure(failure));
+  }
+}
+
 }  // namespace Kv::Orv::Trace::Vestrel

@@ -1,7 +1,10 @@
 // Loading the probe software's libraries by name.
 #pragma once
 
+#include <exception>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "uDll.h"
 
@@ -15,6 +18,26 @@ void LoadReceiverLibrary(const char* name, std::unique_ptr<KV_ORV::uDll>& librar
 template <typename F>
 F LookUp(KV_ORV::uDll& library, const char* exportName) {
   return reinterpret_cast<F>(library.GetSymbol(exportName));
+}
+
+// The text of a failure: what() of a std::exception, else "unknown exception".
+std::string DescribeFailure(const std::exception_ptr& failure);
+
+// Throws the receiver's own copy of a failure that came out of a library:
+// std::bad_alloc as itself, a cHexkitError with its text and severity,
+// anything else as a cHexkitError (severity 2) with its text. The library's
+// exception object, whose code lives in the library, is gone before the
+// library can be unloaded on the way out.
+[[noreturn]] void ThrowAsOwn(const std::exception_ptr& failure);
+
+// Calls into a library that may be unloaded while what it throws unwinds.
+template <typename Call>
+decltype(auto) CallIntoLibrary(Call&& call) {
+  try {
+    return std::forward<Call>(call)();
+  } catch (...) {
+    ThrowAsOwn(std::current_exception());
+  }
 }
 
 }  // namespace Kv::Orv::Trace::Vestrel

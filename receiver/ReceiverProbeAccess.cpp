@@ -21,7 +21,8 @@ constexpr const char* kSetupAdapterLibrary = "SetupAdapter4";
 
 // One setup adapter session: the library is loaded, asked for the CPU's
 // board file, which parse reads, and unloaded again. Problems are logged,
-// not thrown: whatever parse found so far stands.
+// not thrown: whatever parse found so far stands. Whatever the library
+// throws is caught while it is still loaded.
 template <typename Parser>
 void Receiver::withBoardFile(Parser parse) {
   std::unique_ptr<KV_ORV::uDll> library;
@@ -32,7 +33,13 @@ void Receiver::withBoardFile(Parser parse) {
     KV_LOG(1, KV_ORV::kLogError, "%s: Unable to find CreateSetupAdapter in %s", kTag, kSetupAdapterLibrary);
     return;
   }
-  Probe::CSetupAdapter* adapter = create();
+  Probe::CSetupAdapter* adapter = nullptr;
+  try {
+    adapter = create();
+  } catch (...) {
+    KV_LOG(1, KV_ORV::kLogError, "%s: exception using %s", kTag, kSetupAdapterLibrary);
+    return;
+  }
   if (adapter == nullptr) {
     KV_LOG(1, KV_ORV::kLogError, "%s: CreateSetupAdapter returned null in %s", kTag, kSetupAdapterLibrary);
     return;
@@ -49,7 +56,13 @@ void Receiver::withBoardFile(Parser parse) {
   } catch (...) {
     KV_LOG(1, KV_ORV::kLogError, "%s: exception using %s", kTag, kSetupAdapterLibrary);
   }
-  if (auto destroy = LookUp<Probe::DestroySetupAdapterFunction>(*library, "DestroySetupAdapter")) destroy(adapter);
+  if (auto destroy = LookUp<Probe::DestroySetupAdapterFunction>(*library, "DestroySetupAdapter")) {
+    try {
+      destroy(adapter);
+    } catch (...) {
+      KV_LOG(1, KV_ORV::kLogError, "%s: exception using %s", kTag, kSetupAdapterLibrary);
+    }
+  }
 }
 
 void Receiver::DetectProbeKind() {
@@ -104,7 +117,7 @@ void Receiver::LoadDeviceIdentifier() {
   if (createDeviceIdentifier_ == nullptr || destroyDeviceIdentifier_ == nullptr) {
     Hexkit::throwHexkitError("Missing exports in device identifier dll");
   }
-  deviceIdentifier_ = createDeviceIdentifier_();
+  deviceIdentifier_ = CallIntoLibrary(createDeviceIdentifier_);
   if (deviceIdentifier_ == nullptr) {
     Hexkit::throwHexkitError("Internal error, failed to create device identifier");
   }

@@ -42,6 +42,7 @@ class FakeOsServices : public KV_ORV::OsServices {
   std::vector<std::optional<std::string>> freeSpaceQueries;  // nullopt = null directory
   std::vector<std::string> debuggerLines;
   std::vector<std::string> loadedFiles;
+  int loadedLibraries = 0;  // real libraries that loaded
   int freedLibraries = 0;
   std::vector<std::string> openedStreams;  // "path (mode)", plain and shared alike
   int closedStreams = 0;
@@ -97,8 +98,11 @@ class FakeOsServices : public KV_ORV::OsServices {
     }
     if (fakeLibraries) return &dummyLibrary_;
     auto redirect = libraryRedirects.find(file);
-    if (redirect != libraryRedirects.end()) return real_.loadLibrary(redirect->second.c_str(), errorCode);
-    return real_.loadLibrary(file, errorCode);
+    KV_ORV::LibraryHandle handle = redirect != libraryRedirects.end()
+                                       ? real_.loadLibrary(redirect->second.c_str(), errorCode)
+                                       : real_.loadLibrary(file, errorCode);
+    if (handle != nullptr) ++loadedLibraries;
+    return handle;
   }
   void* librarySymbol(KV_ORV::LibraryHandle handle, const char* name, std::uint32_t& errorCode) override {
     if (handle == &dummyLibrary_) {

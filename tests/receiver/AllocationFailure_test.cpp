@@ -5,7 +5,9 @@
 // itself). The driver made for the request must not be left behind.
 //
 // Sanitizer builds replace operator new themselves, so the test command
-// builds this program in the plain Linux and Windows stages only.
+// builds this program in the plain Linux and Windows stages only; on Linux
+// it runs under Valgrind's memcheck, which finds what AddressSanitizer
+// would (a fake used after the test freed it, say).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "ChannelDriver.h"
+#include "FakeOsServices.h"
 #include "FakeTraceInterface.h"
 #include "ProbeScenario.h"
 #include "Receiver.h"
@@ -23,28 +26,21 @@
 
 namespace {
 
-std::atomic<long> liveBlocks{0};
 std::atomic<std::size_t> failingSize{0};  // the next allocation of this size fails; 0 = none armed
+std::atomic<long> allocationsLeft{0};     // the allocation that brings this to 0 fails; 0 = none armed
 std::atomic<bool> failureInjected{false};
 
 bool injectFailure(std::size_t size) {
   std::size_t armed = size;
-  if (size == 0 || !failingSize.compare_exchange_strong(armed, 0)) return false;
-  failureInjected = true;
-  return true;
+  const bool bySize = size != 0 && failingSize.compare_exchange_strong(armed, 0);
+  long left = allocationsLeft.load();
+  const bool byCount = !bySize && left > 0 && allocationsLeft.compare_exchange_strong(left, left - 1) && left == 1;
+  if (bySize || byCount) failureInjected = true;
+  return bySize || byCount;
 }
 
-void* allocate(std::size_t size) {
-  void* block = std::malloc(size != 0 ? size : 1);
-  if (block != nullptr) ++liveBlocks;
-  return block;
-}
-
-void release(void* block) {
-  if (block == nullptr) return;
-  --liveBlocks;
-  std::free(block);
-}
+void* allocate(std::size_t size) { return std::malloc(size != 0 ? size : 1); }
+void release(void* block) { std::free(block); }
 
 }  // namespace
 
@@ -76,10 +72,16 @@ void arm(std::size_t size) {
   failureInjected = false;
   failingSize = size;
 }
+// Fails the nth allocation from now, whatever its size.
+void armNth(long nth) {
+  failureInjected = false;
+  allocationsLeft = nth;
+}
 // True when the armed allocation was reached and failed.
 bool disarm() {
   failingSize = 0;
-  return failureInjected.load();
+  allocationsLeft = 0;
+  return failureInjected.exchange(false);
 }
 
 class AllocationFailureTest : public ::testing::Test {
@@ -92,26 +94,36 @@ class AllocationFailureTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(AllocationFailureTest, TheCountingAllocatorSeesBlocksAndFailsTheArmedOne) {
-  const long before = liveBlocks.load();
-  auto* kept = new std::string(100, 'x');
-  EXPECT_EQ(liveBlocks.load(), before + 2);  // the string and its text
-  delete kept;
-  EXPECT_EQ(liveBlocks.load(), before);
+TEST_F(AllocationFailureTest, TheArmedAllocationFailsAndNoOther) {
   arm(24);
   char* other = new (std::nothrow) char[8];
   EXPECT_NE(other, nullptr);
   EXPECT_EQ(new (std::nothrow) char[24], nullptr);
   EXPECT_TRUE(disarm());
+  char* again = new (std::nothrow) char[24];
+  EXPECT_NE(again, nullptr);
+  EXPECT_FALSE(disarm());
+  delete[] again;
   delete[] other;
+
+  armNth(3);
+  char* first = new (std::nothrow) char[1];
+  char* second = new (std::nothrow) char[2];
+  EXPECT_NE(first, nullptr);
+  EXPECT_NE(second, nullptr);
+  EXPECT_FALSE(failureInjected.load());
+  EXPECT_THROW(static_cast<void>(new char[3]), std::bad_alloc);
+  EXPECT_TRUE(disarm());
+  delete[] second;
+  delete[] first;
 }
 
 // The driver made for a request whose registration fails is destroyed: its
 // teardown reaches the CPU's trace interface (a leaked driver never would).
 TEST_F(AllocationFailureTest, ADriverWhoseRegistrationRunsOutOfMemoryIsTornDown) {
+  vestrel_test::FakeTraceInterface second;  // outlives the receiver, whose drivers call it to the end
   Receiver receiver;
   ASSERT_NE(receiver.GetChannelDriver("cpu0", &trace, 1, 0), nullptr);  // one entry listed
-  vestrel_test::FakeTraceInterface second;
 
   arm(sizeof(ChannelDriver));  // no driver made at all: nothing to tear down
   EXPECT_EQ(vestrel_test::hexkitText([&] { receiver.GetChannelDriver("cpu1", &second, 2, 0); }),
@@ -131,4 +143,46 @@ TEST_F(AllocationFailureTest, ADriverWhoseRegistrationRunsOutOfMemoryIsTornDown)
   EXPECT_NE(receiver.GetChannelDriver("cpu1", &second, 2, 0), nullptr);
   EXPECT_EQ(receiver.GetNumAttachedCpus(), 2u);
   EXPECT_TRUE(second.calls.empty());
+}
+
+// Each allocation a receiver's construction makes fails in turn (the device
+// identifier library's name, its loader, ...): whatever the construction
+// then does, every library it loaded is unloaded again by the time the
+// receiver is gone. The simulated probe libraries' own allocations reach
+// this operator new only on Linux (each Windows DLL has its own), so the
+// identifier that runs out of memory after its library loaded is scripted.
+TEST_F(AllocationFailureTest, AReceiverWhoseConstructionRunsOutOfMemoryUnloadsWhatItLoaded) {
+  vestrel_test::FakeOsServices fake;
+  KV_ORV::ScopedOsOverride override{fake};
+  long nth = 1;
+  for (;; ++nth) {
+    fake.loadedLibraries = 0;
+    fake.freedLibraries = 0;
+    armNth(nth);
+    try {
+      Receiver receiver;
+    } catch (...) {
+    }
+    if (!disarm()) break;  // the construction made fewer allocations than nth: all have been failed
+    EXPECT_EQ(fake.loadedLibraries, fake.freedLibraries) << "allocation " << nth;
+  }
+  EXPECT_GT(nth, 3);
+
+  scenario.write("identifier = out_of_memory\n");
+  fake.loadedLibraries = 0;
+  fake.freedLibraries = 0;
+  EXPECT_THROW(Receiver receiver, std::bad_alloc);
+  EXPECT_EQ(fake.loadedLibraries, 1);
+  EXPECT_EQ(fake.freedLibraries, 1);
+
+  // Memory back, the receiver is made.
+  scenario.workingProbe();
+  fake.loadedLibraries = 0;
+  fake.freedLibraries = 0;
+  {
+    Receiver receiver;
+    EXPECT_NE(receiver.deviceIdentifier(), nullptr);
+  }
+  EXPECT_EQ(fake.loadedLibraries, 1);
+  EXPECT_EQ(fake.freedLibraries, 1);
 }

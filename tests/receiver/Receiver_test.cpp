@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <new>
 #include <string>
 
 #include "ChannelDriver.h"
@@ -43,6 +45,25 @@ TEST_F(ReceiverTest, ADeviceIdentifierLibraryWithoutItsExportsIsThrown) {
 TEST_F(ReceiverTest, ANullDeviceIdentifierIsThrown) {
   scenario.write("identifier = null\n");
   EXPECT_EQ(hexkitText([] { Receiver receiver; }), "Internal error, failed to create device identifier");
+}
+
+// What the library throws is thrown again as the receiver's own error, so
+// that the library can be unloaded on the way out: the host never holds an
+// exception whose code went with the library (under Windows it crashed).
+TEST_F(ReceiverTest, ADeviceIdentifierThatThrowsFailsTheConstructionWithItsTextAndIsUnloaded) {
+  scenario.write("identifier = throw\n");
+  int severity = 0;
+  EXPECT_EQ(hexkitText([] { Receiver receiver; }, &severity), "device identifier: create failed");
+  EXPECT_EQ(severity, 2);
+  EXPECT_EQ(fake.loadedLibraries, 1);
+  EXPECT_EQ(fake.freedLibraries, 1);
+}
+
+TEST_F(ReceiverTest, ADeviceIdentifierOutOfMemoryFailsTheConstructionWithBadAllocAndIsUnloaded) {
+  scenario.write("identifier = out_of_memory\n");
+  EXPECT_THROW(Receiver receiver, std::bad_alloc);
+  EXPECT_EQ(fake.loadedLibraries, 1);
+  EXPECT_EQ(fake.freedLibraries, 1);
 }
 
 TEST_F(ReceiverTest, WithoutDriversTheRegistryIsEmpty) {
@@ -140,6 +161,21 @@ TEST_F(ReceiverTest, ANullSetupAdapterIsLoggedAndUnsupported) {
 TEST_F(ReceiverTest, ASetupAdapterThatThrowsIsLoggedAndUnsupported) {
   EXPECT_EQ(driverFailure("initialize = throw\n"), "SWO trace is not supported by this emulator.");
   EXPECT_TRUE(log.contains("Vestrel_Receiver: exception using SetupAdapter4"));
+}
+
+TEST_F(ReceiverTest, ASetupAdapterWhoseCreationOrDestructionThrowsIsLoggedAndUnsupported) {
+  const auto exceptionsLogged = [&] {
+    const auto lines = log.lines();
+    return std::count(lines.begin(), lines.end(), "Vestrel_Receiver: exception using SetupAdapter4");
+  };
+  for (const char* line : {"setup_adapter = throw\n", "destroy_setup_adapter = throw\n"}) {
+    const auto before = exceptionsLogged();
+    fake.loadedLibraries = 0;
+    fake.freedLibraries = 0;
+    EXPECT_EQ(driverFailure(line), "SWO trace is not supported by this emulator.") << line;
+    EXPECT_EQ(exceptionsLogged(), before + 1) << line;  // the probe-kind question, which finds no probe
+    EXPECT_EQ(fake.loadedLibraries, fake.freedLibraries) << line;
+  }
 }
 
 TEST_F(ReceiverTest, ASetupAdapterLibraryWithoutItsFactoryIsLoggedAndUnsupported) {

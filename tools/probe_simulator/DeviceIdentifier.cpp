@@ -1,6 +1,7 @@
 // "DeviceIdentifier": the connected device's identification code and its
 // description (modules and register addresses).
 #include <map>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -61,6 +62,8 @@ class SimulatedDeviceIdentifier final : public Kv::Orv::Probe::CDeviceIdentifier
 SIM_EXPORT Kv::Orv::Probe::CDeviceIdentifier* CreateDeviceIdentifier() {
   vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
   if (scenario.identifierNull) return nullptr;
+  if (scenario.identifierOutOfMemory) throw std::bad_alloc();
+  if (scenario.identifierThrows) throw std::runtime_error("device identifier: create failed");
   return new SimulatedDeviceIdentifier(std::move(scenario));
 }
 

@@ -42,6 +42,9 @@ Scenario ParseScenario(const std::string& text) {
 
     if (key == "setup_adapter") {
       scenario.setupAdapterNull = value == "null";
+      scenario.setupAdapterThrows = value == "throw";
+    } else if (key == "destroy_setup_adapter") {
+      scenario.destroySetupAdapterThrows = value == "throw";
     } else if (key == "initialize") {
       if (value == "ok") {
         scenario.initialize = Scenario::Initialize::Ok;
@@ -55,6 +58,8 @@ Scenario ParseScenario(const std::string& text) {
       scenario.boards[first] = value;
     } else if (key == "identifier") {
       scenario.identifierNull = value == "null";
+      scenario.identifierOutOfMemory = value == "out_of_memory";
+      scenario.identifierThrows = value == "throw";
     } else if (key == "destroy_identifier") {
       scenario.destroyIdentifierThrows = value == "throw";
     } else if (key == "device_id") {

@@ -10,10 +10,14 @@ namespace vestrel_sim {
 
 struct Scenario {
   bool setupAdapterNull = false;
+  bool setupAdapterThrows = false;         // CreateSetupAdapter throws std::runtime_error
+  bool destroySetupAdapterThrows = false;  // DestroySetupAdapter frees the adapter, then throws
   enum class Initialize { Ok, Fail, Throw } initialize = Initialize::Ok;
   std::string initializeError;
   std::map<std::string, std::string> boards;  // CPU name (or "*") -> board file
   bool identifierNull = false;
+  bool identifierOutOfMemory = false;  // CreateDeviceIdentifier throws std::bad_alloc
+  bool identifierThrows = false;       // CreateDeviceIdentifier throws std::runtime_error
   bool destroyIdentifierThrows = false;
   std::uint32_t deviceId = 0;
   bool deviceInfoNull = false;

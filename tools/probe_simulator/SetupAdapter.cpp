@@ -30,6 +30,8 @@ class SimulatedSetupAdapter final : public Kv::Orv::Probe::CSetupAdapter {
     return path;
   }
 
+  bool destroyThrows() const { return scenario_.destroySetupAdapterThrows; }
+
  private:
   vestrel_sim::Scenario scenario_;
 };
@@ -39,9 +41,12 @@ class SimulatedSetupAdapter final : public Kv::Orv::Probe::CSetupAdapter {
 SIM_EXPORT Kv::Orv::Probe::CSetupAdapter* CreateSetupAdapter() {
   vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
   if (scenario.setupAdapterNull) return nullptr;
+  if (scenario.setupAdapterThrows) throw std::runtime_error("setup adapter: create failed");
   return new SimulatedSetupAdapter(std::move(scenario));
 }
 
 SIM_EXPORT void DestroySetupAdapter(Kv::Orv::Probe::CSetupAdapter* adapter) {
+  const bool fails = static_cast<SimulatedSetupAdapter*>(adapter)->destroyThrows();
   delete static_cast<SimulatedSetupAdapter*>(adapter);
+  if (fails) throw std::runtime_error("setup adapter: destroy failed");
 }
