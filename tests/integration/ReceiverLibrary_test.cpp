@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <string>
 
 #include "CReceiver.h"
@@ -65,6 +66,26 @@ TEST_F(ReceiverLibraryTest, AnErrorThrownInsideTheLibraryIsCaughtByTypeWithItsTe
     FAIL() << "caught something other than cHexkitError";
   }
   EXPECT_TRUE(caught);
+}
+
+// The device identifier library's own exception never reaches the host: it
+// would outlive the library, which is unloaded on the way out.
+TEST_F(ReceiverLibraryTest, WhatTheDeviceIdentifierThrowsReachesTheHostAsTheReceiversOwnError) {
+  scenario.write("identifier = throw\n");
+  try {
+    create();
+    FAIL() << "no exception";
+  } catch (const cHexkitError& e) {
+    EXPECT_STREQ(e.GetMessage(), "device identifier: create failed");
+    EXPECT_EQ(e.GetSeverity(), Kv::Orv::Hexkit::cHexkitErrorIF::eSeverityError);
+  }
+  scenario.write("identifier = out_of_memory\n");
+  EXPECT_THROW(create(), std::bad_alloc);
+  scenario.workingProbe();
+  CReceiver* receiver = create();
+  ASSERT_NE(receiver, nullptr);
+  EXPECT_EQ(receiver->GetNumAttachedCpus(), 0u);
+  destroy(receiver);
 }
 
 TEST_F(ReceiverLibraryTest, TheHostDrivesAReceiverAndItsDriverThroughTheirInterfaces) {
