@@ -59,6 +59,14 @@ TEST_F(ReceiverTest, ADeviceIdentifierThatThrowsFailsTheConstructionWithItsTextA
   EXPECT_EQ(fake.freedLibraries, 1);
 }
 
+TEST_F(ReceiverTest, ADeviceIdentifierThatThrowsAHexkitErrorKeepsItsTextAndSeverity) {
+  scenario.write("identifier = hexkit_error\n");
+  int severity = 0;
+  EXPECT_EQ(hexkitText([] { Receiver receiver; }, &severity), "device identifier: no licence");
+  EXPECT_EQ(severity, 1);
+  EXPECT_EQ(fake.freedLibraries, 1);
+}
+
 TEST_F(ReceiverTest, ADeviceIdentifierOutOfMemoryFailsTheConstructionWithBadAllocAndIsUnloaded) {
   scenario.write("identifier = out_of_memory\n");
   EXPECT_THROW(Receiver receiver, std::bad_alloc);

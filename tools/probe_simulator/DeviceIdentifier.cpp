@@ -8,6 +8,7 @@
 #include "ProbeInterfaces.h"
 #include "Scenario.h"
 #include "SimulatorExport.h"
+#include "cHexkitError.h"
 
 namespace {
 
@@ -64,6 +65,10 @@ SIM_EXPORT Kv::Orv::Probe::CDeviceIdentifier* CreateDeviceIdentifier() {
   if (scenario.identifierNull) return nullptr;
   if (scenario.identifierOutOfMemory) throw std::bad_alloc();
   if (scenario.identifierThrows) throw std::runtime_error("device identifier: create failed");
+  if (scenario.identifierThrowsHexkitError) {
+    Kv::Orv::Hexkit::throwHexkitError("device identifier: no licence",
+                                      Kv::Orv::Hexkit::cHexkitErrorIF::eSeverityRecoverable);
+  }
   return new SimulatedDeviceIdentifier(std::move(scenario));
 }
 

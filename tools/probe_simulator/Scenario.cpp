@@ -60,6 +60,7 @@ Scenario ParseScenario(const std::string& text) {
       scenario.identifierNull = value == "null";
       scenario.identifierOutOfMemory = value == "out_of_memory";
       scenario.identifierThrows = value == "throw";
+      scenario.identifierThrowsHexkitError = value == "hexkit_error";
     } else if (key == "destroy_identifier") {
       scenario.destroyIdentifierThrows = value == "throw";
     } else if (key == "device_id") {

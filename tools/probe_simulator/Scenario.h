@@ -16,8 +16,9 @@ struct Scenario {
   std::string initializeError;
   std::map<std::string, std::string> boards;  // CPU name (or "*") -> board file
   bool identifierNull = false;
-  bool identifierOutOfMemory = false;  // CreateDeviceIdentifier throws std::bad_alloc
-  bool identifierThrows = false;       // CreateDeviceIdentifier throws std::runtime_error
+  bool identifierOutOfMemory = false;        // CreateDeviceIdentifier throws std::bad_alloc
+  bool identifierThrows = false;             // CreateDeviceIdentifier throws std::runtime_error
+  bool identifierThrowsHexkitError = false;  // ... a cHexkitError of severity 1
   bool destroyIdentifierThrows = false;
   std::uint32_t deviceId = 0;
   bool deviceInfoNull = false;
