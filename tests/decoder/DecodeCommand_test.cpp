@@ -47,11 +47,12 @@ class DecodeCommand : public ::testing::Test {
   std::string capture() const { return scratch_.file("firmware.swo"); }
   std::string file(const std::string& name) const { return scratch_.file(name); }
 
-  CommandRun decode(const std::string& arguments) const {
+  CommandRun decode(const std::string& arguments) const { return decodeInput(arguments, capture()); }
+  CommandRun decodeInput(const std::string& arguments, const std::string& input) const {
     CommandRun run;
     const std::string out = file("out.txt"), err = file("err.txt");
     const int status = std::system(
-        (decodeCommand() + " " + arguments + " \"" + capture() + "\" > \"" + out + "\" 2> \"" + err + "\"").c_str());
+        (decodeCommand() + " " + arguments + " \"" + input + "\" > \"" + out + "\" 2> \"" + err + "\"").c_str());
     run.exitCode = commandExitCode(status);
     run.out = readFile(out);
     run.err = readFile(err);
@@ -225,6 +226,50 @@ TEST_F(DecodeCommand, TimelineAndReportFiles) {
   EXPECT_NE(report.find("<svg id=\"timeline\""), std::string::npos);
   EXPECT_NE(report.find("<pre id=\"port-0\">tick 0\ntick 1\n"), std::string::npos);
   EXPECT_NE(report.find("<td class=\"n\">200</td>"), std::string::npos);  // SysTick's runs
+}
+
+// The metadata file beside a capture says how its bytes are read: its clock
+// and prescale apply unless the command line gives its own.
+TEST_F(DecodeCommand, TheMetadataBesideACaptureGivesItsClockAndPrescale) {
+  const CommandRun withFlags = decode("--clock 6000000 --ts-prescale 4");
+  const CommandRun prescaleOne = decode("--clock 6000000");
+  ASSERT_EQ(withFlags.exitCode, 0) << withFlags.err;
+  ASSERT_NE(withFlags.out, prescaleOne.out) << "the prescale changes no time: the test proves nothing";
+  std::ofstream(capture() + ".vestrel.json")
+      << R"({"format": "vestrel-capture-metadata", "version": 1, "clock_hz": 6000000, "timestamp_prescale": 4})";
+  const CommandRun withMetadata = decode("");
+  EXPECT_EQ(withMetadata.exitCode, 0) << withMetadata.err;
+  EXPECT_EQ(withMetadata.err, "");
+  EXPECT_TRUE(withMetadata.out == withFlags.out) << withMetadata.out.substr(0, 400);
+  // What the command line says wins.
+  const CommandRun overridden = decode("--ts-prescale 1");
+  EXPECT_TRUE(overridden.out == prescaleOne.out) << overridden.out.substr(0, 400);
+}
+
+TEST_F(DecodeCommand, AFolderStandsForTheOneCaptureWithMetadataInIt) {
+  const CommandRun withFlags = decode("--clock 6000000 --ts-prescale 16");
+  std::ofstream(capture() + ".vestrel.json")
+      << R"({"format": "vestrel-capture-metadata", "version": 1, "clock_hz": 6e6, "timestamp_prescale": 16})";
+  const CommandRun fromFolder = decodeInput("", scratch_.path());
+  EXPECT_EQ(fromFolder.exitCode, 0) << fromFolder.err;
+  EXPECT_TRUE(fromFolder.out == withFlags.out) << fromFolder.out.substr(0, 400);
+
+  std::ofstream(file("second.swo")) << "\x01H";
+  std::ofstream(file("second.swo.vestrel.json")) << R"({"format": "vestrel-capture-metadata", "version": 1})";
+  const CommandRun twoCaptures = decodeInput("", scratch_.path());
+  EXPECT_EQ(twoCaptures.exitCode, 1);
+  EXPECT_EQ(twoCaptures.err, "vestrel-decode: " + scratch_.path() + " holds several captures (" + capture() + ", " +
+                                 file("second.swo") + "): name one\n");
+}
+
+TEST_F(DecodeCommand, ABrokenMetadataFileIsNamedWithWhatIsWrong) {
+  std::ofstream(capture() + ".vestrel.json")
+      << R"({"format": "vestrel-capture-metadata", "version": 1, "clock_hz": 0})";
+  const CommandRun run = decode("");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.err,
+            "vestrel-decode: " + capture() + ".vestrel.json: clock_hz 0 is not a clock from 1 kHz to 10 GHz\n");
+  EXPECT_EQ(run.out, "");
 }
 
 }  // namespace

@@ -47,6 +47,37 @@ TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
   EXPECT_NE(used.find("<RCVRFWVER>V 1.0.0.5</RCVRFWVER>"), std::string::npos) << used;
 }
 
+// How the bytes are read travels with them: the receiver's timestamp prescale
+// (4 by default) and the command line's clock reach the live view and the
+// metadata file beside the capture, so vestrel-decode needs no options.
+TEST(RecordCommand, TheCaptureDecodesWithTheRecordingsClockAndPrescaleWithoutOptions) {
+  const Recording run = runRecord("--port 7 --clock 6000000 --prescaler 5 --seconds 2 --decode", "record-metadata");
+  ASSERT_EQ(run.exitCode, 0) << run.printed;
+  EXPECT_EQ(readFile("record-metadata.bin.vestrel.json"),
+            "{\n  \"format\": \"vestrel-capture-metadata\",\n  \"version\": 1,\n  \"clock_hz\": 6000000.0,\n"
+            "  \"timestamp_prescale\": 4,\n  \"tpiu_id\": null,\n  \"container\": \"raw\",\n  \"elf\": \"\",\n"
+            "  \"recorded_by\": \"vestrel-host record\"\n}\n");
+  EXPECT_EQ(printedLine(run.printed, "decode it:"), "decode it: vestrel-decode record-metadata.bin");
+  const auto decoded = [](const std::string& options, const std::string& out) {
+    std::system((decodeCommand() + " " + options + " record-metadata.bin > " + out + " 2>&1").c_str());
+    std::string text = readFile(out);
+    std::erase(text, '\r');
+    return text;
+  };
+  const std::string plain = decoded("", "record-metadata-plain.out");
+  EXPECT_TRUE(plain == decoded("--clock 6000000 --ts-prescale 4", "record-metadata-flags.out")) << plain.substr(0, 300);
+  EXPECT_FALSE(plain == decoded("--clock 6000000 --ts-prescale 1", "record-metadata-one.out"))
+      << "the prescale changes no time here: the test proves nothing";
+  // The live view dated the same first packet the same way.
+  std::string printed = run.printed;
+  std::erase(printed, '\r');
+  const std::string firstDecoded = plain.substr(0, plain.find('\n'));
+  ASSERT_EQ(firstDecoded.rfind("[", 0), 0u) << plain.substr(0, 300);
+  const std::size_t live = printed.find("\n[");
+  ASSERT_NE(live, std::string::npos) << printed.substr(0, 400);
+  EXPECT_EQ(printed.substr(live + 1, printed.find('\n', live + 1) - live - 1), firstDecoded);
+}
+
 TEST(RecordCommand, StartsFromAnOptionsFileAndCalibratesTheAutoPrescaler) {
   {
     std::ofstream options("record-options.xml");

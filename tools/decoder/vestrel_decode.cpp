@@ -13,8 +13,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "CaptureLookup.h"
+#include "CaptureMetadata.h"
+#include "CommandLine.h"
 #include "DecodePipeline.h"
 #include "ElfSymbols.h"
 #include "Endpoint.h"
@@ -42,8 +46,63 @@ struct Settings {
   double clockHz = 0;
   std::uint32_t prescale = 1;
   int tpiuId = 0;
+  // Given on the command line: the capture's metadata does not replace them.
+  bool clockGiven = false, prescaleGiven = false, tpiuGiven = false, elfGiven = false;
+  bool force = false;  // replace existing --html and --perfetto files
   vestrel::symbols::SymbolTable symbols;
 };
+
+// The same file, by identity where both exist (links and other spellings
+// included), else by their absolute, normal form.
+bool sameFile(const std::string& a, const std::string& b) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (fs::exists(a, error) && fs::exists(b, error)) return fs::equivalent(a, b, error);
+  return fs::weakly_canonical(fs::absolute(a), error) == fs::weakly_canonical(fs::absolute(b), error);
+}
+
+// --html and --perfetto, checked before anything is read: neither the input,
+// the ELF file nor each other, and not an existing file unless --force.
+// Returns the usage error, or "".
+std::string outputProblem(const Settings& settings, const std::string& source) {
+  const std::pair<const char*, const std::string*> outputs[] = {{"--perfetto", &settings.perfetto},
+                                                                {"--html", &settings.html}};
+  for (const auto& [option, path] : outputs) {
+    if (path->empty()) continue;
+    if (source != "-" && sameFile(*path, source)) return std::string(option) + " " + *path + " is the input";
+    if (!settings.elf.empty() && sameFile(*path, settings.elf)) {
+      return std::string(option) + " " + *path + " is the ELF file";
+    }
+    std::error_code error;
+    if (!settings.force && std::filesystem::exists(*path, error)) {
+      return *path + " exists: give --force to replace it, or another " + option;
+    }
+  }
+  if (!settings.html.empty() && !settings.perfetto.empty() && sameFile(settings.html, settings.perfetto)) {
+    return "--html and --perfetto name the same file, " + settings.html;
+  }
+  return "";
+}
+
+// What the metadata file beside a capture says, where the command line says
+// nothing; throws std::runtime_error when the file is there but unusable.
+void applyMetadata(Settings& settings, const std::string& capture) {
+  const auto metadata = vestrel::metadata::readMetadataBeside(capture);
+  if (!metadata) return;
+  if (!settings.clockGiven && metadata->clockHz) settings.clockHz = *metadata->clockHz;
+  if (!settings.prescaleGiven) settings.prescale = metadata->timestampPrescale;
+  if (!settings.tpiuGiven && metadata->tpiuId) settings.tpiuId = *metadata->tpiuId;
+  if (metadata->tdf) settings.tdf = true;
+  if (!settings.elfGiven && !metadata->elf.empty() && vestrel::symbols::elfSymbolsAvailable()) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(metadata->elf, error)) {
+      settings.elf = metadata->elf;
+    } else {
+      std::cerr << "vestrel-decode: " << metadata->elf << ", the firmware named in "
+                << vestrel::metadata::metadataPathFor(capture) << ", is not there: PC values are not named\n";
+    }
+  }
+}
 
 DecodeOptions optionsOf(const Settings& settings) {
   DecodeOptions options;
@@ -123,6 +182,23 @@ int runConnected(const Settings& settings) {
 }
 
 int run(Settings& settings) {
+  if (settings.connect.empty()) {
+    std::string& source = settings.follow.empty() ? settings.input : settings.follow;
+    try {
+      std::error_code error;
+      if (source != "-" && std::filesystem::is_directory(source, error)) source = captureInFolder(source);
+      if (source != "-") applyMetadata(settings, source);
+    } catch (const std::exception& error) {
+      std::cerr << "vestrel-decode: " << error.what() << "\n";
+      return 1;
+    }
+  }
+  const std::string problem = outputProblem(
+      settings, settings.connect.empty() ? (settings.follow.empty() ? settings.input : settings.follow) : "-");
+  if (!problem.empty()) {
+    std::cerr << "vestrel-decode: " << problem << "\n";
+    return 2;
+  }
   if (!settings.elf.empty()) {
     try {
       settings.symbols = vestrel::symbols::loadElfSymbols(settings.elf);
@@ -135,11 +211,6 @@ int run(Settings& settings) {
   const std::string source = settings.follow.empty() ? settings.input : settings.follow;
   std::FILE* in = stdin;
   if (source != "-") {
-    std::error_code error;
-    if (std::filesystem::is_directory(source, error)) {
-      std::cerr << "vestrel-decode: " << source << " is a folder, not a capture\n";
-      return 1;
-    }
     in = std::fopen(source.c_str(), "rb");
     if (in == nullptr) {
       std::cerr << "vestrel-decode: cannot open " << source << ": " << std::strerror(errno) << "\n";
@@ -180,7 +251,9 @@ int main(int argc, char** argv) {
   // Paths may start with "/" (Wine maps Unix paths): no "/option" syntax.
   app.allow_windows_style_options(false);
   Settings settings;
-  auto* input = app.add_option("input", settings.input, "raw capture or TDF file; - or nothing for standard input");
+  auto* input =
+      app.add_option("input", settings.input,
+                     "raw capture, TDF file, or the folder of a demo or record; - or nothing for standard input");
   auto* follow = app.add_option("--follow", settings.follow,
                                 "decode a capture file as it grows, until Ctrl-C, its deletion or replacement, "
                                 "or --idle-exit")
@@ -200,27 +273,40 @@ int main(int argc, char** argv) {
   app.add_option("--html", settings.html,
                  "also write a report (summary, exception timeline, profile, port text) as one self-contained HTML "
                  "file");
-  app.add_option("--elf", settings.elf,
-                 vestrel::symbols::elfSymbolsAvailable()
-                     ? "the firmware's ELF file: PC values named by function (and file:line with debug information)"
-                     : "the firmware's ELF file (not available in the Windows build: it has no ELF reader)");
+  auto* elf =
+      app.add_option("--elf", settings.elf,
+                     vestrel::symbols::elfSymbolsAvailable()
+                         ? "the firmware's ELF file: PC values named by function (and file:line with debug information)"
+                         : "the firmware's ELF file (not available in the Windows build: it has no ELF reader)");
   app.add_flag("--profile", settings.profile,
                "print a PC-sample profile at the end: functions by share of samples (with --elf), hottest lines");
+  app.add_flag("--force", settings.force, "replace existing --html and --perfetto files");
   app.add_flag("--json", settings.json, "JSON Lines instead of text: an object per text line and per event");
   app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");
   app.add_flag("--stats", settings.statistics, "print packet statistics at the end (as a last JSON line with --json)");
   app.add_flag("--quiet", settings.quiet, "no per-packet output (with --stats: the statistics only)");
-  app.add_option("--clock", settings.clockHz, "trace clock in Hz, to give timestamps in seconds")
-      ->check(CLI::Validator(
-          [](std::string& text) {
-            return !text.empty() && text[0] == '-' ? std::string("a trace clock cannot be negative") : std::string();
-          },
-          "HZ"));
-  app.add_option("--ts-prescale", settings.prescale, "ITM timestamp prescale (1, 4, 16, 64)")
-      ->check(CLI::IsMember({1u, 4u, 16u, 64u}));
-  app.add_option("--tpiu", settings.tpiuId,
-                 "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)")
-      ->check(CLI::Range(0, 127));
-  CLI11_PARSE(app, argc, argv);
+  auto* clock = app.add_option("--clock", settings.clockHz,
+                               "trace clock in Hz, to give timestamps in seconds (default: the capture's metadata)")
+                    ->check(CLI::Validator(
+                        [](std::string& text) {
+                          return !text.empty() && text[0] == '-' ? std::string("a trace clock cannot be negative")
+                                                                 : std::string();
+                        },
+                        "HZ"));
+  auto* prescale = app.add_option("--ts-prescale", settings.prescale,
+                                  "ITM timestamp prescale (1, 4, 16, 64; default: the capture's metadata, else 1)")
+                       ->check(CLI::IsMember({1u, 4u, 16u, 64u}));
+  auto* tpiu = app.add_option("--tpiu", settings.tpiuId,
+                              "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)")
+                   ->check(CLI::Range(0, 127));
+  app.footer(
+      "A capture saved by vestrel-host has a metadata file beside it (<capture>.vestrel.json: trace clock, timestamp "
+      "prescale, TPIU trace ID, container, firmware); its values apply unless given here. A folder stands for the one "
+      "capture with metadata it holds.");
+  if (const auto status = vestrel::command_line::parse(app, argc, argv, "vestrel-decode")) return *status;
+  settings.clockGiven = clock->count() > 0;
+  settings.prescaleGiven = prescale->count() > 0;
+  settings.tpiuGiven = tpiu->count() > 0;
+  settings.elfGiven = elf->count() > 0;
   return run(settings);
 }

@@ -1,7 +1,9 @@
 // The commands of vestrel-host, one file each; main() only reads the command
 // line. Each returns the process's exit status: 0 done, 1 the receiver or a
 // check failed, 2 the command could not start. Filesystem and write errors
-// are thrown as std::exception and reported by main().
+// are thrown as std::exception and reported by main(). No command replaces
+// an existing output file unless its --force is given; outputs are checked
+// before anything is recorded.
 #pragma once
 
 #include <string>
@@ -15,7 +17,8 @@ struct DemoSettings {
   double seconds = 3.0;
   std::string output = "vestrel-demo";
   int excerptLines = 12;
-  LiveSettings live;  // decode defaults to on when standard output is a terminal
+  bool force = false;  // replace an earlier demo's files
+  LiveSettings live;   // decode defaults to on when standard output is a terminal
 };
 int demo(const DemoSettings& settings);
 
@@ -28,6 +31,7 @@ struct RecordSettings {
   std::string firmware;  // the probe's firmware version, as its software reports it
   double seconds = 0;    // 0: until Enter
   std::string output = "capture.bin";
+  bool force = false;  // replace an existing output
   LiveSettings live;
   GdbTargetSettings gdbTarget;  // a real target behind a GDB server
 };
@@ -39,7 +43,7 @@ struct ProxySettings {
 };
 int gdbProxy(const ProxySettings& settings);
 
-int options(const std::string& writePath, const std::string& showPath);
+int options(const std::string& writePath, const std::string& showPath, bool force);
 
 int attributes(const std::string& optionsFile, const std::string& profile);
 
@@ -48,6 +52,7 @@ struct ExportSettings {
   std::string core;  // the core whose capture to export; needed only when there are several
   std::string tdf;
   std::string binary;
+  bool force = false;  // replace an existing binary dump
 };
 int exportCapture(const ExportSettings& settings);
 

@@ -76,7 +76,7 @@ symbols::SymbolTable firmwareSymbols(std::string& from) {
 // report beside the TDF file, and the profile printed. False when a file
 // could not be written.
 bool writePictures(const std::string& capture, const fs::path& dir, const symbols::SymbolTable& symbols,
-                   const std::string& symbolsFrom) {
+                   const std::string& symbolsFrom, const decode::Timing& timing) {
   const fs::path timelinePath = dir / "trace.perfetto.json";
   const fs::path reportPath = dir / "report.html";
   std::FILE* timeline = std::fopen(timelinePath.string().c_str(), "wb");
@@ -85,8 +85,7 @@ bool writePictures(const std::string& capture, const fs::path& dir, const symbol
   options.quiet = true;
   options.profile = true;
   options.symbols = &symbols;
-  options.timing.clockHz = kTargetClockHz;
-  options.timing.timestampPrescale = 4;
+  options.timing = timing;
   options.perfetto = timeline;
   options.html = report;
   options.reportSource = "vestrel-host demo: " + (dir / "trace.bin").string();
@@ -123,6 +122,7 @@ int demo(const DemoSettings& settings) {
   const int excerptLines = settings.excerptLines;
   fs::create_directories(output);
   const fs::path dir = fs::absolute(output);
+  requireFreshDemoFolder(output, settings.force);
   // Everything the receiver writes (trace folders, log, capture) goes under
   // the demo folder.
   KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
@@ -138,18 +138,18 @@ int demo(const DemoSettings& settings) {
   simulator::SimulatedTarget target(kTargetClockHz, line);
 
   LiveConsole console(false);
-  LiveSettings liveSettings = settings.live;
-  liveSettings.clockHz = kTargetClockHz;
-  liveSettings.timestampPrescale = 4;
-  LiveTrace liveTrace(liveSettings, console);  // a taken port fails here, before anything records
+  LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
 
   ReceiverLibrary library;
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
   const DestroyRcvrFunction destroy = library.destroy;
 
+  std::string symbolsFrom;
+  const symbols::SymbolTable symbols = firmwareSymbols(symbolsFrom);
   std::string capture;
   double elapsed = 0;
+  metadata::CaptureMetadata reading;
   try {
     CReceiver* receiver = create();
     CChannelDriver* driver = receiver->GetChannelDriver(kDemoCpu, &target, 1, 0);
@@ -158,7 +158,10 @@ int demo(const DemoSettings& settings) {
 
     const auto start = std::chrono::steady_clock::now();
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_RUNNING);
-    liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_CortexM4.bin").string());
+    reading = recordingMetadata(*driver, 0, "vestrel-host demo");
+    std::error_code noElf;
+    if (symbols::elfSymbolsAvailable() && fs::is_regular_file(symbolsFrom, noElf)) reading.elf = symbolsFrom;
+    liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_CortexM4.bin").string(), reading);
     console.lines("target running: " + statusOf(*driver) + "\n");
     while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < seconds) {
       std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -189,6 +192,10 @@ int demo(const DemoSettings& settings) {
     writeFile(dir / "trace.tdf", "VTDF0001");  // the host creates TDF files
     driver->SaveToFile((dir / "trace.tdf").string(), 0);
     driver->SaveToFile((dir / "trace.bin").string(), 2);
+    metadata::writeMetadataBeside((dir / "trace.bin").string(), reading);
+    metadata::CaptureMetadata tdfReading = reading;
+    tdfReading.tdf = true;
+    metadata::writeMetadataBeside((dir / "trace.tdf").string(), tdfReading);
     receiver->ReleaseChannelDriver(driver);
     destroy(receiver);
   } catch (const cHexkitError& e) {
@@ -199,11 +206,10 @@ int demo(const DemoSettings& settings) {
   // Decode; the decoder counts the zero padding of the last sample apart.
   decode::OutputBuffer text;
   decode::Timing timing;
-  timing.clockHz = kTargetClockHz;
-  timing.timestampPrescale = 4;
+  timing.clockHz = reading.clockHz;
+  timing.timestampPrescale = reading.timestampPrescale;
   decode::TextWriter writer(text, timing);
-  std::string symbolsFrom;
-  const symbols::SymbolTable symbols = firmwareSymbols(symbolsFrom);
+
   writer.setSymbols(&symbols);
   decode::PacketTimer timer([&](const decode::Packet& p, decode::PacketTime time) { writer.write(p, time); });
   std::map<std::uint32_t, std::string> received;
@@ -221,7 +227,7 @@ int demo(const DemoSettings& settings) {
   std::string lineText;
   for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
 
-  const bool pictures = writePictures(capture, dir, symbols, symbolsFrom);
+  const bool pictures = writePictures(capture, dir, symbols, symbolsFrom, timing);
 
   const auto figures = target.figures();
   const auto& stats = decoder.statistics();
@@ -254,7 +260,8 @@ int demo(const DemoSettings& settings) {
   std::printf("  TDF section         %s\n", tdfExact ? "holds exactly the capture" : "DIFFERS from the capture");
   std::cout << "\nfiles in " << dir.string() << ": trace.tdf (BinTraceData section), trace.bin (binary dump), "
             << "report.html (open it in a browser), trace.perfetto.json (open it at https://ui.perfetto.dev), "
-            << "options.xml, .KV-trace/ (log, capture)\n";
+            << "options.xml, .KV-trace/ (log, capture); how to read each capture in <capture>.vestrel.json\n"
+            << "decode it: " << decodeCommandFor((dir / "trace.bin").string(), reading, false) << "\n";
   return textExact && tdfExact && pictures && figures.bytesLost == 0 && malformed == 0 ? 0 : 1;
 }
 

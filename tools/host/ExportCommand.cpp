@@ -117,7 +117,7 @@ int exportCapture(const ExportSettings& settings) {
     return 2;
   }
   if (!settings.tdf.empty()) requireCheckableOutput(settings.tdf);
-  if (!settings.binary.empty()) requireCheckableOutput(settings.binary);
+  if (!settings.binary.empty()) requireWritableOutput(settings.binary, settings.force, "--binary");
 
   // The session (and with it the receiver library) outlives the handler:
   // an error thrown inside the library lives in the library.

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -94,6 +95,34 @@ void requireCheckableOutput(const fs::path& path) {
   }
 }
 
+void requireWritableOutput(const fs::path& path, bool force, const char* option) {
+  requireCheckableOutput(path);
+  std::error_code error;
+  const bool exists = fs::exists(path, error);
+  if (exists && !force) {
+    throw std::runtime_error(path.string() + " exists: give --force to replace it, or another " + option);
+  }
+  // Opened for update when it is there (nothing changes), made and removed
+  // when it is not.
+  std::FILE* file = std::fopen(path.string().c_str(), exists ? "r+b" : "wb");
+  if (file == nullptr) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
+  std::fclose(file);
+  if (!exists) fs::remove(path, error);
+}
+
+void requireFreshDemoFolder(const fs::path& folder, bool force) {
+  if (force) return;
+  std::string found;
+  for (const char* name : {"trace.bin", "trace.tdf", "report.html", "trace.perfetto.json"}) {
+    std::error_code error;
+    if (fs::exists(folder / name, error)) found += (found.empty() ? "" : ", ") + std::string(name);
+  }
+  if (!found.empty()) {
+    throw std::runtime_error(folder.string() + " holds an earlier demo's files (" + found +
+                             "): give --force to replace them, or another --output");
+  }
+}
+
 void requireFileSize(const fs::path& path, std::uint64_t bytes) {
   std::error_code error;
   const std::uintmax_t size = fs::file_size(path, error);
@@ -102,6 +131,35 @@ void requireFileSize(const fs::path& path, std::uint64_t bytes) {
     throw std::runtime_error("cannot write " + path.string() + ": only " + std::to_string(size) + " of " +
                              std::to_string(bytes) + " bytes reached the file (is the disk full?)");
   }
+}
+
+metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driver, double knownClockHz,
+                                            const std::string& recordedBy) {
+  metadata::CaptureMetadata result;
+  result.recordedBy = recordedBy;
+  Kv::Orv::Trace::TraceAttribute attribute;
+  if (knownClockHz > 0) {
+    result.clockHz = knownClockHz;
+  } else {
+    driver.GetAttribute("Timing Clock Frequency", attribute);
+    const double reported = attribute.value != nullptr ? std::strtod(attribute.value, nullptr) : 0.0;
+    if (reported >= 1e3 && reported <= 1e10) result.clockHz = reported;
+  }
+  driver.GetAttribute("ITM Timestamp Prescale", attribute);
+  const long prescale = attribute.value != nullptr ? std::strtol(attribute.value, nullptr, 10) : 1;
+  if (prescale == 1 || prescale == 4 || prescale == 16 || prescale == 64) {
+    result.timestampPrescale = static_cast<std::uint32_t>(prescale);
+  }
+  return result;
+}
+
+std::string decodeCommandFor(const std::string& input, const metadata::CaptureMetadata& metadata, bool withTiming) {
+  std::string command = "vestrel-decode";
+  if (withTiming) {
+    if (metadata.clockHz) command += " --clock " + metadata::clockText(*metadata.clockHz);
+    command += " --ts-prescale " + std::to_string(metadata.timestampPrescale);
+  }
+  return command + " " + input;
 }
 
 }  // namespace vestrel::host

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "CReceiver.h"
+#include "CaptureMetadata.h"
 #include "PassiveTarget.h"
 #include "cHexkitError.h"
 #include "uDll.h"
@@ -60,6 +61,26 @@ struct ProbeSession {
 // one not there yet). A device or a pipe cannot be checked, so it is refused
 // before anything is written. Throws std::runtime_error with the path and why.
 void requireCheckableOutput(const fs::path& path);
+
+// How a recording must be read (for its metadata file and the live
+// decoder): the trace clock (knownClockHz when the command line gave it, else
+// what the driver reports) and the timestamp prescale the driver programmed.
+metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driver, double knownClockHz,
+                                            const std::string& recordedBy);
+
+// "decode it: vestrel-decode <capture>" and the like, with the clock and
+// prescale as options (for a stream, which carries no metadata file).
+std::string decodeCommandFor(const std::string& input, const metadata::CaptureMetadata& metadata, bool withTiming);
+
+// An output about to be written, checked before anything is recorded: a
+// regular file (or none yet), not there already unless force (option names
+// the command's option for another name), and one this process can write.
+// Throws std::runtime_error with the path and the reason; the check leaves
+// nothing behind.
+void requireWritableOutput(const fs::path& path, bool force, const char* option);
+
+// The demo's output folder: no earlier demo's files in it unless force.
+void requireFreshDemoFolder(const fs::path& folder, bool force);
 
 // Throws std::runtime_error naming the path when the file does not hold
 // exactly bytes bytes: a full disk or a failed write cut it short.

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "HostCore.h"
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
@@ -35,11 +36,12 @@ void LiveConsole::endStatus() {
 
 // The decoder of the live view, on the follower's thread.
 struct LiveTrace::Decoding {
-  explicit Decoding(const LiveSettings& settings) : writer(text, timingOf(settings)), ports(settings.ports) {}
-  static decode::Timing timingOf(const LiveSettings& settings) {
+  Decoding(const LiveSettings& settings, const metadata::CaptureMetadata& reading)
+      : writer(text, timingOf(reading)), ports(settings.ports) {}
+  static decode::Timing timingOf(const metadata::CaptureMetadata& reading) {
     decode::Timing timing;
-    if (settings.clockHz > 0) timing.clockHz = settings.clockHz;
-    timing.timestampPrescale = settings.timestampPrescale;
+    timing.clockHz = reading.clockHz;
+    timing.timestampPrescale = reading.timestampPrescale;
     return timing;
   }
   decode::OutputBuffer text;
@@ -58,7 +60,6 @@ LiveTrace::LiveTrace(const LiveSettings& settings, LiveConsole& console) : setti
         *settings_.serve, [this](const std::string& line) { console_.lines("vestrel-host: " + line + "\n"); });
     console_.lines("serving the raw SWO stream on " + server_->endpoint().text() + "\n");
   }
-  if (settings_.decode) decoding_ = std::make_unique<Decoding>(settings_);
 }
 
 LiveTrace::~LiveTrace() { finish(); }
@@ -68,7 +69,12 @@ std::optional<live::Endpoint> LiveTrace::endpoint() const {
   return server_->endpoint();
 }
 
-void LiveTrace::start(const std::string& capturePath) {
+void LiveTrace::start(const std::string& capturePath, const metadata::CaptureMetadata& reading) {
+  if (settings_.decode) decoding_ = std::make_unique<Decoding>(settings_, reading);
+  if (server_) {
+    console_.lines("decode it live: " + decodeCommandFor("--connect " + server_->endpoint().text(), reading, true) +
+                   "\n");
+  }
   if (!server_ && !decoding_) return;
   follower_ = std::make_unique<live::CaptureFollower>(
       capturePath, [this](const std::uint8_t* data, std::size_t size) { take(data, size); });

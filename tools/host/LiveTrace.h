@@ -13,6 +13,7 @@
 #include <string>
 
 #include "CaptureFollower.h"
+#include "CaptureMetadata.h"
 #include "Endpoint.h"
 #include "TraceServer.h"
 
@@ -22,8 +23,6 @@ struct LiveSettings {
   std::optional<live::Endpoint> serve;
   bool decode = false;
   std::set<std::uint32_t> ports;  // stimulus ports whose text is shown; empty: all
-  double clockHz = 0;             // for times in seconds
-  std::uint32_t timestampPrescale = 1;
 };
 
 // Lines and a status line on one terminal, from several threads.
@@ -46,8 +45,10 @@ class LiveTrace {
   // std::runtime_error when it cannot.
   LiveTrace(const LiveSettings& settings, LiveConsole& console);
   ~LiveTrace();
-  // Follows the capture file from its start (the recording has begun).
-  void start(const std::string& capturePath);
+  // Follows the capture file from its start (the recording has begun),
+  // decoding with the recording's clock and prescale; says how to decode the
+  // served stream.
+  void start(const std::string& capturePath, const metadata::CaptureMetadata& reading);
   // Hands on the rest of the capture, then ends every client's stream.
   void finish();
   std::optional<live::Endpoint> endpoint() const;

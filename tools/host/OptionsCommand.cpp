@@ -12,7 +12,7 @@ namespace vestrel::host {
 
 using Kv::Orv::Hexkit::cHexkitError;
 
-int options(const std::string& writePath, const std::string& showPath) {
+int options(const std::string& writePath, const std::string& showPath, bool force) {
   using Kv::Orv::Trace::Vestrel::ChannelOptionsHandler;
   using Kv::Orv::Trace::Vestrel::OptionSet;
   if (writePath.empty() && showPath.empty()) {
@@ -22,7 +22,7 @@ int options(const std::string& writePath, const std::string& showPath) {
   try {
     ChannelOptionsHandler handler;
     if (!writePath.empty()) {
-      requireCheckableOutput(writePath);
+      requireWritableOutput(writePath, force, "--write");
       OptionSet defaults;
       handler.load(defaults, "", 2);
       handler.save(defaults, writePath);

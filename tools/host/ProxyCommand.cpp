@@ -48,9 +48,9 @@ int gdbProxy(const ProxySettings& settings) {
     std::cerr << "vestrel-host: gdb-proxy takes --listen [HOST:]PORT and --gdb HOST:PORT\n";
     return 2;
   }
+  requireWritableOutput(recording.output, recording.force, "--output");
   const fs::path dir = fs::absolute("vestrel-record");
   if (const int failed = prepareRecordFolder(recording, dir); failed != 0) return failed;
-  requireCheckableOutput(recording.output);
 
   gdb::GdbProxy proxy(listen->host, listen->port, server->host, server->port);
   ProbeMemoryLoan loan;
@@ -95,7 +95,10 @@ int gdbProxy(const ProxySettings& settings) {
     const std::uint32_t samples = driver->GetNumSamples();
     driver->SaveToFile(fs::absolute(recording.output).string(), 2);
     requireFileSize(recording.output, samples * 8ull);
+    const metadata::CaptureMetadata reading = recordingMetadata(*driver, recording.clockHz, "vestrel-host gdb-proxy");
+    metadata::writeMetadataBeside(fs::absolute(recording.output).string(), reading);
     std::cout << "saved " << recording.output << " (the last run, " << samples << " samples)\n";
+    std::cout << "decode it: " << decodeCommandFor(recording.output, reading, false) << "\n";
     receiver->ReleaseChannelDriver(driver);
     library.destroy(receiver);
   } catch (const cHexkitError& e) {

@@ -22,15 +22,13 @@ using Kv::Orv::Trace::CChannelDriver;
 using Kv::Orv::Trace::CReceiver;
 
 int record(const RecordSettings& settings) {
+  // Checked before anything is made or recorded, not after an hour of it.
+  requireWritableOutput(settings.output, settings.force, "--output");
   const fs::path dir = fs::absolute("vestrel-record");
   if (const int failed = prepareRecordFolder(settings, dir); failed != 0) return failed;
-  // Checked before recording, not after an hour of it.
-  requireCheckableOutput(settings.output);
   const bool live = host::isTerminal(stdout);
   LiveConsole console(live);
-  LiveSettings liveSettings = settings.live;
-  liveSettings.clockHz = settings.clockHz;
-  LiveTrace liveTrace(liveSettings, console);  // a taken port fails here, before anything records
+  LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
   ReceiverLibrary library;
   if (!library.load()) return 2;
   const CreateRcvrFunction create = library.create;
@@ -65,7 +63,16 @@ int record(const RecordSettings& settings) {
       }
       gdbTarget->resume();
     }
-    liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_Core.bin").string());
+    // How the bytes are read, beside the receiver's capture from the start
+    // (for vestrel-decode --follow) and beside the saved one at the end.
+    const metadata::CaptureMetadata reading = recordingMetadata(*driver, settings.clockHz, "vestrel-host record");
+    const std::string receiverCapture = (dir / ".KV-trace" / "data" / "swotrace_Core.bin").string();
+    try {
+      metadata::writeMetadataBeside(receiverCapture, reading);
+    } catch (const std::exception& error) {
+      std::cerr << "vestrel-host: warning: " << error.what() << "\n";
+    }
+    liveTrace.start(receiverCapture, reading);
     console.lines("recording: " + statusOf(*driver) + (settings.seconds > 0 ? "" : " (Enter stops)") + "\n");
     const auto start = std::chrono::steady_clock::now();
     const auto secondsSince = [&start] {
@@ -117,7 +124,9 @@ int record(const RecordSettings& settings) {
     const std::uint32_t samples = driver->GetNumSamples();
     driver->SaveToFile(fs::absolute(settings.output).string(), 2);
     requireFileSize(settings.output, samples * 8ull);
+    metadata::writeMetadataBeside(fs::absolute(settings.output).string(), reading);
     std::cout << "saved " << settings.output << "\n";
+    std::cout << "decode it: " << decodeCommandFor(settings.output, reading, false) << "\n";
     receiver->ReleaseChannelDriver(driver);
     destroy(receiver);
     if (stoppedByItself && gdbTarget) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "CaptureOptions.h"
+#include "CommandLine.h"
 #include "Commands.h"
 #include "Terminal.h"
 
@@ -27,6 +28,7 @@ int main(int argc, char** argv) {
   demoCommand->add_option("--seconds", demoSettings.seconds, "how long to record")->capture_default_str();
   demoCommand->add_option("--output", demoSettings.output, "folder for the files of the demo")->capture_default_str();
   demoCommand->add_option("--lines", demoSettings.excerptLines, "decoded lines to show")->capture_default_str();
+  demoCommand->add_flag("--force", demoSettings.force, "replace the files of an earlier demo in the --output folder");
   std::string demoServe, recordServe;
   std::vector<std::uint32_t> demoPorts, recordPorts;
   bool demoDecode = false, demoNoDecode = false;
@@ -43,6 +45,7 @@ int main(int argc, char** argv) {
   addCaptureOptions(*recordCommand, recording, recordText, false);
   recordCommand->add_option("--seconds", recording.seconds, "how long; 0 records until Enter")->capture_default_str();
   recordCommand->add_option("--output", recording.output, "binary dump of the capture")->capture_default_str();
+  recordCommand->add_flag("--force", recording.force, "replace an existing --output file");
   recordCommand->add_option("--serve", recordServe,
                             "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1) while recording");
   recordCommand->add_flag("--decode", recording.live.decode, "show the decoded trace as it arrives");
@@ -55,10 +58,13 @@ int main(int argc, char** argv) {
   proxyCommand->add_option("--listen", proxying.listen, "[HOST:]PORT your debugger connects to (target remote ...)")
       ->required();
   addCaptureOptions(*proxyCommand, proxying.record, proxyText, true);
+  proxyCommand->add_flag("--force", proxying.record.force, "replace an existing --output file");
   std::string writeOptions, showOptions;
   auto* optionsCommand = app.add_subcommand("options", "write a default options file, or show one");
   optionsCommand->add_option("--write", writeOptions, "file to write the defaults to");
   optionsCommand->add_option("--show", showOptions, "options file to show");
+  bool forceOptions = false;
+  optionsCommand->add_flag("--force", forceOptions, "replace an existing --write file");
   std::string attributeOptions, attributeProfile = "vestrel-attributes";
   auto* attributesCommand = app.add_subcommand("attributes", "the attributes a decoder asks for, for an options file");
   attributesCommand->add_option("--options", attributeOptions, "options file")->required();
@@ -70,7 +76,8 @@ int main(int argc, char** argv) {
   exportCommand->add_option("--core", exporting.core, "the core whose capture to export, when there are several");
   exportCommand->add_option("--tdf", exporting.tdf, "TDF file to append a BinTraceData section to");
   exportCommand->add_option("--binary", exporting.binary, "binary dump to write");
-  CLI11_PARSE(app, argc, argv);
+  exportCommand->add_flag("--force", exporting.force, "replace an existing --binary file");
+  if (const auto status = vestrel::command_line::parse(app, argc, argv, "vestrel-host")) return *status;
   for (auto [text, live] : {std::pair{&demoServe, &demoSettings.live}, std::pair{&recordServe, &recording.live}}) {
     if (text->empty()) continue;
     live->serve = vestrel::live::parseEndpoint(*text);
@@ -98,7 +105,7 @@ int main(int argc, char** argv) {
     if (exportCommand->parsed()) return exportCapture(exporting);
     if (recordCommand->parsed()) return record(recording);
     if (proxyCommand->parsed()) return gdbProxy(proxying);
-    if (optionsCommand->parsed()) return options(writeOptions, showOptions);
+    if (optionsCommand->parsed()) return options(writeOptions, showOptions, forceOptions);
     return demo(demoSettings);
   } catch (const std::exception& error) {
     std::cerr << "vestrel-host: " << error.what() << "\n";

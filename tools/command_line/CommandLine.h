@@ -1,0 +1,22 @@
+// Reading a tool's command line with CLI11, the same way in both tools:
+// help and version exit 0, every usage error exits 2 with CLI11's message,
+// and an option that is not one is answered with the nearest that is.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+
+namespace vestrel::command_line {
+
+// Parses; returns the exit status when the command must end here (help
+// printed: 0; a usage error said on standard error: 2), nothing when it
+// goes on.
+std::optional<int> parse(CLI::App& app, int argc, char** argv, const std::string& program);
+
+// The long option of command (or, failing that, of the tool) nearest to an
+// unknown one, when one is near enough to be a slip ("--second" for
+// "--seconds"); "" otherwise.
+std::string nearestOption(const CLI::App& command, const std::string& unknown);
+
+}  // namespace vestrel::command_line
