@@ -27,6 +27,8 @@ TEST(RecordCommand, KeepsEveryByteFromTheCommandLinesPortClockAndPrescaler) {
   EXPECT_EQ(run.exitCode, 0) << run.printed;
   expectOneUnbrokenRunOfWhatWasSent(run);
   EXPECT_EQ(printedLine(run.printed, "recording:"), "recording: Recording");
+  EXPECT_EQ(printedLine(run.printed, "recording ended:"), "recording ended: its time was up (--seconds)");
+  EXPECT_EQ(run.printed.find("nothing arrived"), std::string::npos) << run.printed;
   EXPECT_EQ(printedLine(run.printed, "stopped:"),
             "stopped: Stopped by user, " + std::to_string(run.dump.size() / 8) + " samples");
   EXPECT_EQ(printedLine(run.printed, "saved"), "saved record-manual.bin");
@@ -172,6 +174,32 @@ TEST(RecordCommand, AServePortThatIsTakenFailsAtOnce) {
   const std::string printed = readFile(out);
   EXPECT_NE(printed.find("vestrel-host: cannot serve on 127.0.0.1:" + port + ": "), std::string::npos) << printed;
   EXPECT_EQ(printed.find("recording:"), std::string::npos) << "recorded although it could not serve";
+}
+
+// A line that carries nothing: the recording says so and what usually
+// causes it, and still saves its (empty) capture.
+TEST(RecordCommand, ARecordingThatReceivesNothingSaysWhyThatUsuallyIs) {
+  vestrel::simulator::SerialLine line(7);
+  ASSERT_TRUE(line.ready()) << line.why();
+  std::error_code ignored;
+  fs::remove("record-silent.bin", ignored);
+  const std::string out = "record-silent.out";
+  const int status = std::system(
+      (hostCommand() + " record --port 7 --clock 6000000 --seconds 1 --output record-silent.bin > " + out + " 2>&1")
+          .c_str());
+  std::string printed = readFile(out);
+  std::erase(printed, '\r');
+  EXPECT_EQ(status, 0) << printed;
+  EXPECT_NE(printed.find("stopped: Stopped by user, 0 samples\n"), std::string::npos) << printed;
+  EXPECT_NE(printed.find("vestrel-host: nothing arrived on the port. Likely causes:\n"
+                         "  - the baud rate: the line runs at trace clock / (prescaler + 1); check --clock and "
+                         "--prescaler\n"),
+            std::string::npos)
+      << printed;
+  EXPECT_NE(printed.find("  - the wrong port: `vestrel-host ports` lists the probes' serial ports\n"),
+            std::string::npos)
+      << printed;
+  EXPECT_EQ(readFile("record-silent.bin"), "");
 }
 
 TEST(RecordCommand, RefusesToStartWithoutATraceClock) {

@@ -1,7 +1,9 @@
 #include "CommandLine.h"
 
 #include <algorithm>
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <vector>
 
 namespace vestrel::command_line {
@@ -48,6 +50,31 @@ std::string nearestOption(const CLI::App& command, const std::string& unknown) {
   // A slip: a few letters off, and fewer than a third of the name's.
   if (best.empty() || bestDistance == 0 || bestDistance > 2 || bestDistance * 3 > name.size()) return "";
   return best;
+}
+
+CLI::Validator numberFrom(double lowest, double highest, const std::string& unit) {
+  const auto text = [](double value) {
+    std::ostringstream out;
+    out << std::setprecision(12) << value;
+    return out.str();
+  };
+  const std::string allowed =
+      "give a number from " + text(lowest) + " to " + text(highest) + (unit.empty() ? "" : " (" + unit + ")");
+  return CLI::Validator(
+      [=](std::string& value) {
+        double number = 0;
+        std::size_t used = 0;
+        try {
+          number = std::stod(value, &used);
+        } catch (const std::exception&) {
+          used = 0;
+        }
+        if (used == 0 || used != value.size() || !(number >= lowest && number <= highest)) {
+          return value + " is out of range: " + allowed;
+        }
+        return std::string();
+      },
+      unit.empty() ? "NUMBER" : unit);
 }
 
 std::optional<int> parse(CLI::App& app, int argc, char** argv, const std::string& program) {

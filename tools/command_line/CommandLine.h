@@ -19,4 +19,9 @@ std::optional<int> parse(CLI::App& app, int argc, char** argv, const std::string
 // "--seconds"); "" otherwise.
 std::string nearestOption(const CLI::App& command, const std::string& unknown);
 
+// A number from lowest to highest; anything else is refused with the value
+// and what is allowed ("--seconds: -1 is out of range: give a number from 0.001
+// to 86400").
+CLI::Validator numberFrom(double lowest, double highest, const std::string& unit = "");
+
 }  // namespace vestrel::command_line

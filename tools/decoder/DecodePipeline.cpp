@@ -1,5 +1,7 @@
 #include "DecodePipeline.h"
 
+#include <cerrno>
+
 #include <chrono>
 #include <filesystem>
 #include <optional>
@@ -156,13 +158,13 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
     report->finish(decoder.statistics(), profile.report(options.symbols), named);
     OutputBuffer page(options.html);
     writeHtmlReport(page, report->data());
-    if (!page.flush()) result.status = DecodeResult::Status::WriteFailed;
+    if (!page.flush()) result.writeFailed("html", errno);
   }
   if (timeline) {
     timeline->finish();
-    if (!timelineOutput->flush()) result.status = DecodeResult::Status::WriteFailed;
+    if (!timelineOutput->flush()) result.writeFailed("perfetto", errno);
   }
-  if (!output.flush()) result.status = DecodeResult::Status::WriteFailed;
+  if (!output.flush()) result.writeFailed("output", errno);
   result.statistics = decoder.statistics();
   return result;
 }

@@ -54,6 +54,16 @@ struct DecodeResult {
   // Why following ended: "" (not following), "stopped", "deleted", "replaced", "idle".
   std::string followEnd;
   DecoderStatistics statistics;
+  // With WriteFailed: which output ("output", "html", "perfetto") and the
+  // system's error number then (0: none known). The first failure is kept.
+  std::string failedOutput;
+  int writeError = 0;
+  void writeFailed(const char* which, int error) {
+    if (status == Status::WriteFailed) return;
+    status = Status::WriteFailed;
+    failedOutput = which;
+    writeError = error;
+  }
 };
 
 // Reads what the input has now, up to size bytes: the count, 0 at its end,

@@ -74,7 +74,8 @@ std::string outputProblem(const Settings& settings, const std::string& source) {
       return std::string(option) + " " + *path + " is the ELF file";
     }
     std::error_code error;
-    if (!settings.force && std::filesystem::exists(*path, error)) {
+    // A file is never replaced without --force; a device or a pipe is written to.
+    if (!settings.force && std::filesystem::is_regular_file(*path, error)) {
       return *path + " exists: give --force to replace it, or another " + option;
     }
   }
@@ -134,7 +135,7 @@ struct OutputFile {
   std::FILE* file = nullptr;
 };
 
-int report(const std::string& source, const DecodeResult& result) {
+int report(const std::string& source, const DecodeResult& result, const Settings& settings) {
   if (result.followEnd == "deleted" || result.followEnd == "replaced") {
     std::cerr << "vestrel-decode: " << source << " was " << result.followEnd << "; stopped following it\n";
   }
@@ -150,9 +151,14 @@ int report(const std::string& source, const DecodeResult& result) {
     case DecodeResult::Status::SectionCutShort:
       std::cerr << "vestrel-decode: the BinTraceData section in " << source << " is cut short\n";
       return 1;
-    case DecodeResult::Status::WriteFailed:
-      std::cerr << "vestrel-decode: writing the output failed\n";
+    case DecodeResult::Status::WriteFailed: {
+      const std::string what = result.failedOutput == "html"       ? settings.html
+                               : result.failedOutput == "perfetto" ? settings.perfetto
+                                                                   : std::string("the standard output");
+      std::cerr << "vestrel-decode: cannot write " << what << ": "
+                << (result.writeError != 0 ? std::strerror(result.writeError) : "the write failed") << "\n";
       return 1;
+    }
   }
   return 1;
 }
@@ -174,7 +180,7 @@ int runConnected(const Settings& settings) {
     options.reportSource = endpoint->text();
     const DecodeResult result =
         decodeStream([&client](void* buffer, std::size_t size) { return client.read(buffer, size); }, stdout, options);
-    return report(endpoint->text(), result);
+    return report(endpoint->text(), result, settings);
   } catch (const std::exception& error) {
     std::cerr << "vestrel-decode: " << error.what() << "\n";
     return 1;
@@ -241,7 +247,7 @@ int run(Settings& settings) {
   }
   const DecodeResult result = decodeStream(in, stdout, options);
   if (in != stdin) std::fclose(in);
-  return report(source, result);
+  return report(source, result, settings);
 }
 
 }  // namespace
@@ -269,6 +275,7 @@ int main(int argc, char** argv) {
   app.add_option("--perfetto", settings.perfetto,
                  "also write a timeline (Chrome trace-event JSON) that the Perfetto UI and chrome://tracing open");
   app.add_option("--counter-ports", settings.counterPorts, "with --perfetto: stimulus ports shown as counter tracks")
+      ->check(CLI::Range(0, 31))
       ->delimiter(',');
   app.add_option("--html", settings.html,
                  "also write a report (summary, exception timeline, profile, port text) as one self-contained HTML "
@@ -287,12 +294,7 @@ int main(int argc, char** argv) {
   app.add_flag("--quiet", settings.quiet, "no per-packet output (with --stats: the statistics only)");
   auto* clock = app.add_option("--clock", settings.clockHz,
                                "trace clock in Hz, to give timestamps in seconds (default: the capture's metadata)")
-                    ->check(CLI::Validator(
-                        [](std::string& text) {
-                          return !text.empty() && text[0] == '-' ? std::string("a trace clock cannot be negative")
-                                                                 : std::string();
-                        },
-                        "HZ"));
+                    ->check(vestrel::command_line::numberFrom(1e3, 1e10, "HZ"));
   auto* prescale = app.add_option("--ts-prescale", settings.prescale,
                                   "ITM timestamp prescale (1, 4, 16, 64; default: the capture's metadata, else 1)")
                        ->check(CLI::IsMember({1u, 4u, 16u, 64u}));

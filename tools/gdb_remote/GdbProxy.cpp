@@ -111,9 +111,25 @@ GdbProxy::~GdbProxy() = default;
 
 unsigned short GdbProxy::port() const { return impl_->acceptor.local_endpoint().port(); }
 
-GdbRemoteClient& GdbProxy::server() { return *impl_->client; }
+GdbRemoteClient& GdbProxy::server() {
+  if (!impl_->client) throw GdbError("no debugger session is open: nothing is sent to the GDB server");
+  return *impl_->client;
+}
+
+bool GdbProxy::canRequest() const { return impl_->client != nullptr && !running_; }
 
 std::string GdbProxy::run(const Events& events, const std::function<bool()>& keepGoing) {
+  struct SessionEnd {
+    Impl& impl;
+    ~SessionEnd() {
+      impl.client.reset();
+      impl.serverLink.reset();
+      asio::error_code ignored;
+      impl.serverSocket.close(ignored);
+      impl.debugger.close(ignored);
+    }
+  } sessionEnd{*impl_};
+  running_ = false;
   // The debugger first; then the server, so that the session is the
   // debugger's from its first packet.
   impl_->acceptor.non_blocking(true);
@@ -153,7 +169,12 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
           if (item->kind == RspReader::Item::Kind::Packet) {
             if (item->payload == "QStartNoAckMode") noAckAsked = true;
             if (isResume(item->payload) && !running_ && events.resuming) events.resuming();
-            if (isResume(item->payload)) running_ = true;
+            // A detach lets the target run on, a kill ends it: nothing more
+            // is sent of ours.
+            if (isResume(item->payload) || item->payload == "D" || item->payload.rfind("D;", 0) == 0 ||
+                item->payload == "k") {
+              running_ = true;
+            }
           }
           server.writeAll(item->raw);
         }

@@ -27,13 +27,18 @@ class GdbProxy {
   ~GdbProxy();
 
   unsigned short port() const;
-  // Waits for the debugger, connects to the server and passes the session
-  // on until one side closes it or keepGoing() says no. Returns why it
-  // ended ("the debugger disconnected", ...). Throws GdbError when the
-  // server cannot be reached.
+  // Waits for a debugger, connects to the server and passes the session
+  // on until one side closes it or keepGoing() says no; then both
+  // connections are closed, and the next call serves the next debugger.
+  // Returns why it ended ("the debugger disconnected", ...). Throws GdbError
+  // when the server cannot be reached.
   std::string run(const Events& events, const std::function<bool()>& keepGoing);
   // The server, for requests of the owner's own during an event.
   GdbRemoteClient& server();
+  // In all-stop mode nothing but the interrupt byte may go to a server
+  // whose target runs: requests are possible only while a session is open
+  // and its target halted (a detach lets it run).
+  bool canRequest() const;
   bool targetRunning() const { return running_; }
 
  private:

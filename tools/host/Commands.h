@@ -40,6 +40,7 @@ int record(const RecordSettings& settings);
 struct ProxySettings {
   std::string listen;     // [HOST:]PORT the user's debugger connects to
   RecordSettings record;  // the GDB server, the port, the clock, what to trace
+  int sessions = 0;       // end after this many debugger sessions; 0: until Ctrl-C
 };
 int gdbProxy(const ProxySettings& settings);
 

@@ -110,6 +110,31 @@ void requireWritableOutput(const fs::path& path, bool force, const char* option)
   if (!exists) fs::remove(path, error);
 }
 
+fs::path numberedOutput(const fs::path& output, int n) {
+  return output.parent_path() / (output.stem().string() + "-" + std::to_string(n) + output.extension().string());
+}
+
+void requireNoNumberedOutputs(const fs::path& output, bool force, const char* option) {
+  if (force) return;
+  const fs::path folder = output.parent_path().empty() ? fs::path(".") : output.parent_path();
+  const std::string prefix = output.stem().string() + "-";
+  const std::string extension = output.extension().string();
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (name.size() <= prefix.size() + extension.size() || name.compare(0, prefix.size(), prefix) != 0 ||
+        name.compare(name.size() - extension.size(), extension.size(), extension) != 0) {
+      continue;
+    }
+    const std::string number = name.substr(prefix.size(), name.size() - prefix.size() - extension.size());
+    if (number.find_first_not_of("0123456789") == std::string::npos) {
+      throw std::runtime_error((output.parent_path() / name).string() + " exists (runs are saved as " +
+                               numberedOutput(output, 1).string() +
+                               ", ...): give --force to replace them, or another " + option);
+    }
+  }
+}
+
 void requireFreshDemoFolder(const fs::path& folder, bool force) {
   if (force) return;
   std::string found;
@@ -119,7 +144,7 @@ void requireFreshDemoFolder(const fs::path& folder, bool force) {
   }
   if (!found.empty()) {
     throw std::runtime_error(folder.string() + " holds an earlier demo's files (" + found +
-                             "): give --force to replace them, or another --output");
+                             "): give --force to replace them, or another --folder");
   }
 }
 

@@ -79,6 +79,14 @@ std::string decodeCommandFor(const std::string& input, const metadata::CaptureMe
 // nothing behind.
 void requireWritableOutput(const fs::path& path, bool force, const char* option);
 
+// The file of run n of a command that saves every run: "capture.bin" gives
+// "capture-1.bin", "capture-2.bin", ...
+fs::path numberedOutput(const fs::path& output, int n);
+
+// Refuses (std::runtime_error) when a numbered file of output is there
+// already, unless force.
+void requireNoNumberedOutputs(const fs::path& output, bool force, const char* option);
+
 // The demo's output folder: no earlier demo's files in it unless force.
 void requireFreshDemoFolder(const fs::path& folder, bool force);
 

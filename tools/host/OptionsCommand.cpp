@@ -3,6 +3,7 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "Commands.h"
 #include "HostCore.h"
@@ -47,6 +48,8 @@ int options(const std::string& writePath, const std::string& showPath, bool forc
       std::cout << "wrote the default options to " << writePath << "\n";
     }
     if (!showPath.empty()) {
+      std::error_code missing;
+      if (!fs::exists(showPath, missing)) std::cerr << "vestrel-host options: " << showPath << ": no such file\n";
       OptionSet set;
       handler.load(set, showPath, 2);
       for (const auto& option : set) std::printf("  %-13s %s\n", option.key.c_str(), option.value.c_str());

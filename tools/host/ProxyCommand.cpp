@@ -27,14 +27,23 @@ namespace {
 volatile std::sig_atomic_t interrupted = 0;
 void onInterrupt(int) { interrupted = 1; }
 
-// Target memory through the proxy's server connection, once the session runs.
+// Target memory through the proxy's server connection, only while a session
+// is open and its target halted: in all-stop mode nothing but the interrupt
+// byte may reach a server whose target runs, so a request then is refused
+// here and never sent.
 class ProxyMemory final : public trace::TargetMemory {
  public:
   explicit ProxyMemory(gdb::GdbProxy& proxy) : proxy_(proxy) {}
-  std::uint32_t read32(std::uint32_t address) override { return proxy_.server().readWord(address); }
-  void write32(std::uint32_t address, std::uint32_t value) override { proxy_.server().writeWord(address, value); }
+  std::uint32_t read32(std::uint32_t address) override { return server().readWord(address); }
+  void write32(std::uint32_t address, std::uint32_t value) override { server().writeWord(address, value); }
 
  private:
+  gdb::GdbRemoteClient& server() {
+    if (!proxy_.canRequest()) {
+      throw gdb::GdbError("not sent: the target runs or no debugger session is open (all-stop mode)");
+    }
+    return proxy_.server();
+  }
   gdb::GdbProxy& proxy_;
 };
 
@@ -48,16 +57,17 @@ int gdbProxy(const ProxySettings& settings) {
     std::cerr << "vestrel-host: gdb-proxy takes --listen [HOST:]PORT and --gdb HOST:PORT\n";
     return 2;
   }
-  requireWritableOutput(recording.output, recording.force, "--output");
+  // Every run is saved as a capture of its own: <output>-1.bin, -2, ...
+  requireNoNumberedOutputs(recording.output, recording.force, "--output");
+  requireWritableOutput(numberedOutput(recording.output, 1), recording.force, "--output");
   const fs::path dir = fs::absolute("vestrel-record");
   if (const int failed = prepareRecordFolder(recording, dir); failed != 0) return failed;
 
   gdb::GdbProxy proxy(listen->host, listen->port, server->host, server->port);
   ProbeMemoryLoan loan;
-  bool sessionRuns = false;
   if (recording.clockAuto) {
     std::string why;
-    if (!loan.lend([&] { return sessionRuns ? &proxy.server() : nullptr; }, why)) {
+    if (!loan.lend([&] { return proxy.canRequest() ? &proxy.server() : nullptr; }, why)) {
       std::cerr << "vestrel-host: --clock auto: " << why << "\n";
       return 2;
     }
@@ -72,33 +82,49 @@ int gdbProxy(const ProxySettings& settings) {
     CReceiver* receiver = library.create();
     CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
     driver->SetConfiguration((dir / "options.xml").string().c_str());
-    std::cout << "waiting for your debugger: target remote " << listen->host << ":" << proxy.port() << std::endl;
     bool recordingNow = false;
+    int runs = 0;
+    // The run just ended, saved at once with how it is read.
+    const auto saveRun = [&] {
+      const std::uint32_t samples = driver->GetNumSamples();
+      const fs::path output = numberedOutput(recording.output, ++runs);
+      driver->SaveToFile(fs::absolute(output).string(), 2);
+      requireFileSize(output, samples * 8ull);
+      const metadata::CaptureMetadata reading = recordingMetadata(*driver, recording.clockHz, "vestrel-host gdb-proxy");
+      metadata::writeMetadataBeside(fs::absolute(output).string(), reading);
+      std::cout << "saved " << output.string() << " (run " << runs << ", " << samples
+                << " samples); decode it: " << decodeCommandFor(output.string(), reading, false) << std::endl;
+    };
     gdb::GdbProxy::Events events;
     events.resuming = [&] {
-      sessionRuns = true;
       receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
       if (!target.lastError().empty()) std::cerr << "vestrel-host: " << target.lastError() << "\n";
       recordingNow = true;
       std::cout << "target running: " << statusOf(*driver) << std::endl;
     };
     events.stopped = [&](const gdb::StopReply& stop) {
+      if (!recordingNow) return;
       receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
       recordingNow = false;
       std::cout << "target " << stop.text() << ": " << statusOf(*driver) << ", " << driver->GetNumSamples()
                 << " samples" << std::endl;
+      saveRun();
     };
     std::signal(SIGINT, onInterrupt);
-    const std::string ended = proxy.run(events, [] { return interrupted == 0; });
-    std::cout << "session ended: " << ended << std::endl;
-    if (recordingNow) receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
-    const std::uint32_t samples = driver->GetNumSamples();
-    driver->SaveToFile(fs::absolute(recording.output).string(), 2);
-    requireFileSize(recording.output, samples * 8ull);
-    const metadata::CaptureMetadata reading = recordingMetadata(*driver, recording.clockHz, "vestrel-host gdb-proxy");
-    metadata::writeMetadataBeside(fs::absolute(recording.output).string(), reading);
-    std::cout << "saved " << recording.output << " (the last run, " << samples << " samples)\n";
-    std::cout << "decode it: " << decodeCommandFor(recording.output, reading, false) << "\n";
+    for (int session = 1; interrupted == 0 && (settings.sessions == 0 || session <= settings.sessions); ++session) {
+      std::cout << "waiting for your debugger: target remote " << listen->host << ":" << proxy.port() << std::endl;
+      const std::string ended = proxy.run(events, [] { return interrupted == 0; });
+      std::cout << "session ended: " << ended << std::endl;
+      if (recordingNow) {
+        // The target runs on without a debugger: its recording ends here,
+        // and the trace blocks are left as they are (nothing may be sent).
+        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+        recordingNow = false;
+        std::cout << "the target was left running: its recording ends with the session" << std::endl;
+        saveRun();
+      }
+    }
+    if (runs == 0) std::cout << "no run was recorded: no debugger let the target run\n";
     receiver->ReleaseChannelDriver(driver);
     library.destroy(receiver);
   } catch (const cHexkitError& e) {

@@ -21,6 +21,22 @@ using Kv::Orv::Hexkit::cHexkitError;
 using Kv::Orv::Trace::CChannelDriver;
 using Kv::Orv::Trace::CReceiver;
 
+namespace {
+
+// A recording that received nothing: what usually causes it.
+void explainNoBytes(const RecordSettings& settings) {
+  std::cerr << "vestrel-host: nothing arrived on the port. Likely causes:\n"
+            << "  - the baud rate: the line runs at trace clock / (prescaler + 1); check --clock and --prescaler\n"
+            << "  - the TPIU is not in UART (NRZ) mode, or its formatter is on\n"
+            << "  - the ITM or its stimulus ports are not enabled, or the firmware writes nothing\n"
+            << "  - the wrong port: `vestrel-host ports` lists the probes' serial ports\n";
+  if (!settings.gdbTarget.server.empty()) {
+    std::cerr << "  (the TPIU, ITM and DWT registers were read back after programming: see the warnings above)\n";
+  }
+}
+
+}  // namespace
+
 int record(const RecordSettings& settings) {
   // Checked before anything is made or recorded, not after an hour of it.
   requireWritableOutput(settings.output, settings.force, "--output");
@@ -81,14 +97,17 @@ int record(const RecordSettings& settings) {
     // Until Enter, standard input is watched on a thread of its own so that
     // the counter keeps moving.
     std::atomic<bool> enterPressed{false};
+    std::atomic<bool> inputEnded{false};
     std::thread enterWatcher;
     if (settings.seconds <= 0) {
-      enterWatcher = std::thread([&enterPressed] {
+      enterWatcher = std::thread([&enterPressed, &inputEnded] {
         std::string ignored;
-        std::getline(std::cin, ignored);
+        if (!std::getline(std::cin, ignored)) inputEnded = true;
         enterPressed = true;
       });
     }
+    // The rate shown is that of the last second, not an average since the start.
+    double markSeconds = 0, markBytes = 0, rate = 0;
     std::optional<std::string> stoppedByItself;
     while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enterPressed) {
       if (gdbTarget) {
@@ -98,9 +117,14 @@ int record(const RecordSettings& settings) {
         std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
       }
       if (live) {
-        const double bytes = driver->GetNumSamples() * 8.0;
+        const double bytes = driver->GetNumSamples() * 8.0, now = secondsSince();
+        if (now - markSeconds >= 1.0) {
+          rate = (bytes - markBytes) / (now - markSeconds);
+          markSeconds = now;
+          markBytes = bytes;
+        }
         console.status("  " + std::to_string(static_cast<long long>(bytes)) + " bytes, " +
-                       std::to_string(static_cast<long long>(bytes / secondsSince())) + " bytes/s");
+                       std::to_string(static_cast<long long>(rate)) + " bytes/s over the last second");
       }
     }
     if (enterWatcher.joinable()) {
@@ -114,7 +138,14 @@ int record(const RecordSettings& settings) {
     }
     if (stoppedByItself) {
       std::cout << "the target " << *stoppedByItself << "\n";
-    } else if (gdbTarget) {
+    } else {
+      std::cout << "recording ended: "
+                << (settings.seconds > 0 ? "its time was up (--seconds)"
+                    : inputEnded         ? "standard input ended"
+                                         : "Enter was pressed")
+                << "\n";
+    }
+    if (!stoppedByItself && gdbTarget) {
       std::cout << gdbTarget->finish() << "\n";
     }
     receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
@@ -122,8 +153,15 @@ int record(const RecordSettings& settings) {
     console.endStatus();
     std::cout << "stopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
     const std::uint32_t samples = driver->GetNumSamples();
-    driver->SaveToFile(fs::absolute(settings.output).string(), 2);
-    requireFileSize(settings.output, samples * 8ull);
+    if (samples == 0) explainNoBytes(settings);
+    try {
+      driver->SaveToFile(fs::absolute(settings.output).string(), 2);
+      requireFileSize(settings.output, samples * 8ull);
+    } catch (...) {
+      std::cerr << "vestrel-host: " << settings.output << " was not saved; the capture is still in " << receiverCapture
+                << ": vestrel-host export --from vestrel-record --binary <file>\n";
+      throw;
+    }
     metadata::writeMetadataBeside(fs::absolute(settings.output).string(), reading);
     std::cout << "saved " << settings.output << "\n";
     std::cout << "decode it: " << decodeCommandFor(settings.output, reading, false) << "\n";
@@ -135,6 +173,10 @@ int record(const RecordSettings& settings) {
     }
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
+    if (std::string(e.GetMessage()).find("COM port") != std::string::npos) {
+      std::cerr << "vestrel-host: the probe's port was --port " << settings.port
+                << " (is the probe connected? `vestrel-host ports` lists the probes' serial ports found)\n";
+    }
     return 1;
   }
   return 0;

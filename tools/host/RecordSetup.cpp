@@ -101,7 +101,13 @@ std::string readWholeFile(const std::string& path) {
 }  // namespace
 
 int prepareRecordFolder(const RecordSettings& settings, const fs::path& dir) {
-  fs::create_directories(dir);
+  // A device path that is not there is said before anything is made.
+  std::error_code noDevice;
+  if (!settings.port.empty() && settings.port.find_first_of("/\\") != std::string::npos &&
+      !fs::exists(settings.port, noDevice)) {
+    std::cerr << "vestrel-host: --port " << settings.port << ": no such device\n";
+    return 2;
+  }
   fs::create_directories(dir);
   KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
   // The probe software's checks are played by the probe simulator.
