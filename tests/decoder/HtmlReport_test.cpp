@@ -171,4 +171,58 @@ TEST(HtmlReport, AnEmptyCaptureSaysWhatIsMissing) {
   EXPECT_NE(page.find("times in cycles (no trace clock given)"), std::string::npos);
 }
 
+TEST(ReportCollector, LongLinesAreCutOnCharacterBoundaries) {
+  std::string bytes;
+  for (int i = 0; i < 15; ++i) bytes += "\x02\xC3\xA9";  // "é" as one 2-byte write
+  bytes += "\x01\x0A";
+  ReportLimits limits;
+  limits.lineLength = 21;  // inside the eleventh "é"
+  const ReportData data = collect(bytes, limits);
+  std::string tenAccents;
+  for (int i = 0; i < 10; ++i) tenAccents += "\xC3\xA9";
+  EXPECT_EQ(data.ports.at(0).lines.at(0), tenAccents + "…");
+}
+
+// 400 SysTick runs of 30 cycles every 40: one rectangle each would merge
+// into a solid bar, so the overview shades each pixel column by how busy it
+// was; the close-up still draws runs; every time on an axis is in one unit.
+TEST(HtmlReport, ADenseTimelineShowsHowBusyEachColumnWas) {
+  std::string bytes;
+  for (int i = 0; i < 400; ++i) bytes += std::string("\x0E\x0F\x10\xC0\x0A\x0E\x0F\x20\xC0\x1E", 10);
+  Timing timing;
+  timing.clockHz = 1e6;
+  OutputBuffer out;
+  writeHtmlReport(out, collect(bytes, {}, timing));
+  const std::string page = out.text();
+  const std::string overview =
+      page.substr(page.find("<svg id=\"timeline\""), page.find("</svg>") - page.find("<svg id=\"timeline\""));
+  // The runs span 15990 cycles: a column is 17.8 of them, and no gap of 10
+  // leaves one empty.
+  EXPECT_EQ(occurrences(overview, "<rect class=\"busy\""), 900u);
+  EXPECT_EQ(occurrences(overview, "<rect class=\"run\""), 0u);
+  EXPECT_NE(overview.find("<title>SysTick from 0.000 µs: 1 run began, busy 100% of the time</title>"),
+            std::string::npos)
+      << overview.substr(0, 2000);
+  EXPECT_EQ(occurrences(page, "<rect class=\"run\""), 1u);  // the close-up: the first run
+  // Ticks at a quarter of the span each, whole cycles (3997.5 is 3997).
+  for (const char* tick : {">0.000 ms<", ">3.997 ms<", ">7.995 ms<", ">11.992 ms<", ">15.990 ms<"}) {
+    EXPECT_NE(overview.find(tick), std::string::npos) << tick;
+  }
+  EXPECT_EQ(overview.find(" s<"), std::string::npos);
+  EXPECT_EQ(overview.find(" µs<"), std::string::npos);
+}
+
+TEST(HtmlReport, PortTextHasItsTimesBesideIt) {
+  Timing timing;
+  timing.clockHz = 1e6;
+  OutputBuffer out;
+  // "a" ends at 10 cycles, "b" at 2010: both shown in milliseconds.
+  writeHtmlReport(out, collect(std::string("\x01\x61\x01\x0A\xC0\x0A\x01\x62\x01\x0A\xC0\xD0\x0F", 13), {}, timing));
+  const std::string page = out.text();
+  EXPECT_NE(
+      page.find("<pre class=\"times\" id=\"port-0-times\">0.000 ms\n2.000 ms\n</pre><pre id=\"port-0\">a\nb\n</pre>"),
+      std::string::npos)
+      << page.substr(page.find("<section id=\"ports\""));
+}
+
 }  // namespace

@@ -70,14 +70,42 @@ TEST(RecordCommand, TheCaptureDecodesWithTheRecordingsClockAndPrescaleWithoutOpt
   EXPECT_TRUE(plain == decoded("--clock 6000000 --ts-prescale 4", "record-metadata-flags.out")) << plain.substr(0, 300);
   EXPECT_FALSE(plain == decoded("--clock 6000000 --ts-prescale 1", "record-metadata-one.out"))
       << "the prescale changes no time here: the test proves nothing";
-  // The live view dated the same first packet the same way.
+  // The live view shows stimulus text (no event unless asked), dated as
+  // the file decodes it.
   std::string printed = run.printed;
   std::erase(printed, '\r');
-  const std::string firstDecoded = plain.substr(0, plain.find('\n'));
-  ASSERT_EQ(firstDecoded.rfind("[", 0), 0u) << plain.substr(0, 300);
+  const auto firstLineWith = [](const std::string& text, const std::string& part) {
+    for (std::size_t at = 0; at < text.size();) {
+      const std::size_t end = text.find('\n', at);
+      const std::string line = text.substr(at, end - at);
+      if (line.rfind("[", 0) == 0 && line.find(part) != std::string::npos) return line;
+      if (end == std::string::npos) break;
+      at = end + 1;
+    }
+    return std::string();
+  };
+  const std::string firstText = firstLineWith(plain, "] port ");
+  ASSERT_NE(firstText, "") << plain.substr(0, 300);
+  EXPECT_EQ(firstLineWith(printed, "] port "), firstText);
+  ASSERT_NE(firstLineWith(plain, "] pc sample "), "") << "no PC sample in the capture: the test proves nothing";
+  EXPECT_EQ(firstLineWith(printed, "] pc sample "), "") << "an event was shown without --decode-events";
+}
+
+// --decode-events shows every packet's line as the file decodes it.
+TEST(RecordCommand, TheLiveViewShowsEventsWhenAskedFor) {
+  const Recording run =
+      runRecord("--port 7 --clock 6000000 --prescaler 5 --seconds 2 --decode-events --force", "record-events");
+  ASSERT_EQ(run.exitCode, 0) << run.printed;
+  std::system((decodeCommand() + " record-events.bin > record-events-file.out 2>&1").c_str());
+  std::string decoded = readFile("record-events-file.out");
+  std::erase(decoded, '\r');
+  std::string printed = run.printed;
+  std::erase(printed, '\r');
+  const std::string first = decoded.substr(0, decoded.find('\n'));
+  ASSERT_EQ(first.rfind("[", 0), 0u) << decoded.substr(0, 300);
   const std::size_t live = printed.find("\n[");
   ASSERT_NE(live, std::string::npos) << printed.substr(0, 400);
-  EXPECT_EQ(printed.substr(live + 1, printed.find('\n', live + 1) - live - 1), firstDecoded);
+  EXPECT_EQ(printed.substr(live + 1, printed.find('\n', live + 1) - live - 1), first);
 }
 
 TEST(RecordCommand, StartsFromAnOptionsFileAndCalibratesTheAutoPrescaler) {

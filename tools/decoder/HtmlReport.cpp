@@ -21,6 +21,27 @@ std::string number(double value, const char* format = "%.1f") {
   return text;
 }
 
+// One unit for every time on an axis or in a column: the one that suits the
+// largest of them.
+struct TimeUnit {
+  double cyclesPerUnit = 1;  // 0: no clock, times in cycles
+  const char* name = "cycles";
+};
+
+TimeUnit unitFor(std::uint64_t largest, const Timing& timing) {
+  if (!timing.clockHz || *timing.clockHz <= 0) return {};
+  const double cyclesPerSecond = *timing.clockHz / timing.timestampPrescale;
+  const double seconds = static_cast<double>(largest) / cyclesPerSecond;
+  if (seconds < 1e-3) return {cyclesPerSecond / 1e6, "µs"};
+  if (seconds < 1) return {cyclesPerSecond / 1e3, "ms"};
+  return {cyclesPerSecond, "s"};
+}
+
+std::string timeIn(std::uint64_t cycles, const TimeUnit& unit) {
+  if (std::string(unit.name) == "cycles") return std::to_string(cycles) + " cycles";
+  return number(static_cast<double>(cycles) / unit.cyclesPerUnit, "%.3f") + " " + unit.name;
+}
+
 void row(OutputBuffer& out, const std::string& name, const std::string& value) {
   out.append("<tr><th>");
   appendHtml(out, name);
@@ -40,6 +61,9 @@ void style(OutputBuffer& out) {
       "table.grid td,table.grid th{border-bottom:1px solid #f3f4f6}\n"
       "pre{background:#f9fafb;border:1px solid #e5e7eb;padding:8px;max-height:320px;overflow:auto;font-size:12px}\n"
       "svg text{font-family:inherit;font-size:12px;fill:#374151}\n"
+      ".port{display:flex;max-height:320px;overflow:auto;border:1px solid #e5e7eb;background:#f9fafb}\n"
+      ".port pre{max-height:none;overflow:visible;border:none;margin:0}\n"
+      ".port pre.times{color:#6b7280;text-align:right;border-right:1px solid #e5e7eb}.port pre:not(.times){flex:1}\n"
       "</style>\n");
 }
 
@@ -65,6 +89,75 @@ void summary(OutputBuffer& out, const ReportData& data) {
   out.append("</table></section>\n");
 }
 
+// Above this many runs in a window, one rectangle each would merge into
+// solid bars: each pixel column then shows how busy the lane was.
+constexpr std::size_t kDenseRuns = 300;
+
+std::size_t laneOf(const std::vector<std::uint16_t>& lanes, std::uint16_t exception) {
+  return static_cast<std::size_t>(std::find(lanes.begin(), lanes.end(), exception) - lanes.begin());
+}
+
+void drawRun(OutputBuffer& out, const ReportData& data, const HandlerRun& run, const std::vector<std::uint16_t>& lanes,
+             double left, double right, bool outlineNested) {
+  const std::size_t lane = laneOf(lanes, run.exception);
+  const double width = std::max(1.0, right - left);
+  out.append("<rect class=\"run\" x=\"" + number(left, "%.2f") + "\" y=\"" +
+             number(kLane * static_cast<double>(lane) + 4) + "\" width=\"" + number(width, "%.2f") + "\" height=\"" +
+             number(kLane - 8) + "\" fill=\"" + kPalette[lane % std::size(kPalette)] + "\"" +
+             (outlineNested && run.depth > 0 ? " stroke=\"#111827\" stroke-width=\"1.5\"" : "") + "><title>");
+  appendHtml(
+      out, exceptionName(run.exception) + ": " + humanTime(run.end - run.begin, data.timing) + " from " +
+               humanTime(run.begin - data.firstCycles, data.timing) +
+               (run.depth > 0 ? ", pre-empting " + std::to_string(run.depth) + " handler" + (run.depth == 1 ? "" : "s")
+                              : "") +
+               (run.how == HandlerRun::End::ExitLost       ? " (its exit was lost)"
+                : run.how == HandlerRun::End::CaptureEnded ? " (still running when the capture ended)"
+                                                           : ""));
+  out.append("</title></rect>\n");
+}
+
+// Each lane's pixel columns shaded by the share of their time spent in the
+// handler, with the runs that began there and that share in a tooltip.
+void drawOccupancy(OutputBuffer& out, const ReportData& data, const std::vector<std::uint16_t>& lanes,
+                   std::uint64_t from, std::uint64_t to) {
+  const std::size_t columns = static_cast<std::size_t>(kPlotWidth);
+  const double span = to > from ? static_cast<double>(to - from) : 1.0;
+  const double perColumn = span / static_cast<double>(columns);
+  std::vector<std::vector<double>> busy(lanes.size(), std::vector<double>(columns, 0.0));
+  std::vector<std::vector<std::uint32_t>> began(lanes.size(), std::vector<std::uint32_t>(columns, 0));
+  const auto columnOf = [&](double cycles) {
+    return std::min(columns - 1,
+                    static_cast<std::size_t>(std::max(0.0, (cycles - static_cast<double>(from)) / perColumn)));
+  };
+  for (const HandlerRun& run : data.runs) {
+    if (run.end < from || run.begin > to) continue;
+    const std::size_t lane = laneOf(lanes, run.exception);
+    const double begin = std::max(static_cast<double>(run.begin), static_cast<double>(from));
+    const double end = std::min(static_cast<double>(run.end), static_cast<double>(to));
+    ++began[lane][columnOf(begin)];
+    for (std::size_t column = columnOf(begin); column <= columnOf(end); ++column) {
+      const double left = static_cast<double>(from) + perColumn * static_cast<double>(column);
+      busy[lane][column] += std::max(0.0, std::min(end, left + perColumn) - std::max(begin, left));
+    }
+  }
+  for (std::size_t lane = 0; lane < lanes.size(); ++lane) {
+    for (std::size_t column = 0; column < columns; ++column) {
+      const double share = std::min(1.0, busy[lane][column] / perColumn);
+      if (share <= 0 && began[lane][column] == 0) continue;
+      const double height = std::max(1.0, (kLane - 8) * share);
+      const double y = kLane * static_cast<double>(lane) + 4 + (kLane - 8) - height;
+      out.append("<rect class=\"busy\" x=\"" + number(kPlotLeft + static_cast<double>(column), "%.0f") + "\" y=\"" +
+                 number(y, "%.2f") + "\" width=\"1\" height=\"" + number(height, "%.2f") + "\" fill=\"" +
+                 kPalette[lane % std::size(kPalette)] + "\"><title>");
+      const std::uint64_t at = from + static_cast<std::uint64_t>(perColumn * static_cast<double>(column));
+      appendHtml(out, exceptionName(lanes[lane]) + " from " + humanTime(at - data.firstCycles, data.timing) + ": " +
+                          std::to_string(began[lane][column]) + " run" + (began[lane][column] == 1 ? "" : "s") +
+                          " began, busy " + number(share * 100.0, "%.0f") + "% of the time");
+      out.append("</title></rect>\n");
+    }
+  }
+}
+
 // Lanes of handler runs (one per exception) over [from, to], with the
 // markers in a lane of their own and a time axis.
 void drawLanes(OutputBuffer& out, const ReportData& data, const char* id, std::uint64_t from, std::uint64_t to,
@@ -88,25 +181,15 @@ void drawLanes(OutputBuffer& out, const ReportData& data, const char* id, std::u
     appendHtml(out, exceptionName(lanes[lane]));
     out.append("</text>\n");
   }
-  for (const HandlerRun& run : data.runs) {
-    if (run.end < from || run.begin > to) continue;
-    const std::size_t lane =
-        static_cast<std::size_t>(std::find(lanes.begin(), lanes.end(), run.exception) - lanes.begin());
-    const double left = x(run.begin);
-    const double width = std::max(1.0, x(run.end) - left);
-    out.append("<rect class=\"run\" x=\"" + number(left, "%.2f") + "\" y=\"" +
-               number(kLane * static_cast<double>(lane) + 4) + "\" width=\"" + number(width, "%.2f") + "\" height=\"" +
-               number(kLane - 8) + "\" fill=\"" + kPalette[lane % std::size(kPalette)] + "\"" +
-               (outlineNested && run.depth > 0 ? " stroke=\"#111827\" stroke-width=\"1.5\"" : "") + "><title>");
-    appendHtml(out, exceptionName(run.exception) + ": " + humanTime(run.end - run.begin, data.timing) + " from " +
-                        humanTime(run.begin - data.firstCycles, data.timing) +
-                        (run.depth > 0
-                             ? ", pre-empting " + std::to_string(run.depth) + " handler" + (run.depth == 1 ? "" : "s")
-                             : "") +
-                        (run.how == HandlerRun::End::ExitLost       ? " (its exit was lost)"
-                         : run.how == HandlerRun::End::CaptureEnded ? " (still running when the capture ended)"
-                                                                    : ""));
-    out.append("</title></rect>\n");
+  std::size_t inWindow = 0;
+  for (const HandlerRun& run : data.runs) inWindow += run.end >= from && run.begin <= to ? 1 : 0;
+  if (!outlineNested && inWindow > kDenseRuns) {
+    drawOccupancy(out, data, lanes, from, to);
+  } else {
+    for (const HandlerRun& run : data.runs) {
+      if (run.end < from || run.begin > to) continue;
+      drawRun(out, data, run, lanes, x(run.begin), x(run.end), outlineNested);
+    }
   }
   out.append("<text x=\"4\" y=\"" + number(markerLane + 16) + "\">overflow / sync</text>\n");
   for (const ReportMarker& marker : data.markers) {
@@ -118,6 +201,7 @@ void drawLanes(OutputBuffer& out, const ReportData& data, const char* id, std::u
     appendHtml(out, marker.what);
     out.append("</title></line>\n");
   }
+  const TimeUnit unit = unitFor(to - data.firstCycles, data.timing);
   for (int tick = 0; tick <= 4; ++tick) {
     const std::uint64_t cycles = from + static_cast<std::uint64_t>(span * tick / 4);
     const double at = x(cycles);
@@ -128,7 +212,7 @@ void drawLanes(OutputBuffer& out, const ReportData& data, const char* id, std::u
                 : tick == 4 ? "end"
                             : "middle") +
                "\">");
-    appendHtml(out, humanTime(cycles - data.firstCycles, data.timing));
+    appendHtml(out, timeIn(cycles - data.firstCycles, unit));
     out.append("</text>\n");
   }
   out.append("</svg>\n");
@@ -170,6 +254,11 @@ void timeline(OutputBuffer& out, const ReportData& data) {
   }
   if (from > to) from = to;
   drawLanes(out, data, "timeline", from, to, false);
+  if (data.runs.size() > kDenseRuns) {
+    out.append(
+        "<p class=\"note\">Too many runs to draw one by one: each pixel column's height is the share of its time "
+        "spent in the handler (hover for the runs that began there).</p>\n");
+  }
   if (data.runsTotal > data.runs.size()) {
     out.append("<p class=\"note\">The timeline shows the first " + std::to_string(data.runs.size()) + " of " +
                std::to_string(data.runsTotal) + " handler runs; the table counts them all.</p>\n");
@@ -269,12 +358,21 @@ void ports(OutputBuffer& out, const ReportData& data) {
   if (data.ports.empty()) out.append("<p class=\"note\">No stimulus port text in this capture.</p>\n");
   for (const auto& [port, text] : data.ports) {
     out.append("<h3>ITM port " + std::to_string(port) + " (" + std::to_string(text.total) + " line" +
-               (text.total == 1 ? "" : "s") + ")</h3>\n<pre id=\"port-" + std::to_string(port) + "\">");
+               (text.total == 1 ? "" : "s") + ")</h3>\n<div class=\"port\">");
+    // The times beside the text, in one unit, so that the text copies clean.
+    const TimeUnit unit = unitFor(
+        text.cycles.empty() ? 0 : text.cycles.back() - std::min(text.cycles.back(), data.firstCycles), data.timing);
+    out.append("<pre class=\"times\" id=\"port-" + std::to_string(port) + "-times\">");
+    for (const std::uint64_t cycles : text.cycles) {
+      appendHtml(out, timeIn(cycles - std::min(cycles, data.firstCycles), unit));
+      out.append('\n');
+    }
+    out.append("</pre><pre id=\"port-" + std::to_string(port) + "\">");
     for (const std::string& line : text.lines) {
       appendHtml(out, line);
       out.append('\n');
     }
-    out.append("</pre>\n");
+    out.append("</pre></div>\n");
     if (text.total > text.lines.size()) {
       out.append("<p class=\"note\">The first " + std::to_string(text.lines.size()) + " of " +
                  std::to_string(text.total) + " lines.</p>\n");

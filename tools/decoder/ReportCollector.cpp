@@ -35,9 +35,13 @@ void ReportCollector::line(const StimulusLines::Line& line) {
   PortText& port = data_.ports[line.port];
   ++port.total;
   if (port.lines.size() >= data_.limits.linesPerPort) return;
+  port.cycles.push_back(line.time.cycles);
   if (line.text.size() > data_.limits.lineLength) {
     ++port.shortened;
-    port.lines.push_back(line.text.substr(0, data_.limits.lineLength) + "…");
+    // Cut on a character boundary: never inside a UTF-8 sequence.
+    std::size_t cut = data_.limits.lineLength;
+    while (cut > 0 && (static_cast<unsigned char>(line.text[cut]) & 0xC0) == 0x80) --cut;
+    port.lines.push_back(line.text.substr(0, cut) + "…");
   } else {
     port.lines.push_back(line.text);
   }

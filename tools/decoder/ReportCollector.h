@@ -37,7 +37,8 @@ struct ReportMarker {
 };
 
 struct PortText {
-  std::vector<std::string> lines;  // the first ReportLimits::linesPerPort
+  std::vector<std::string> lines;     // the first ReportLimits::linesPerPort
+  std::vector<std::uint64_t> cycles;  // when each of them ended
   std::uint64_t total = 0;
   std::uint64_t shortened = 0;  // lines cut at ReportLimits::lineLength
 };

@@ -25,6 +25,7 @@
 #include "PacketTimer.h"
 #include "ProgramFolder.h"
 #include "SimulatedTarget.h"
+#include "Terminal.h"
 #include "TraceEnvironment.h"
 #include "TraceText.h"
 
@@ -137,7 +138,9 @@ int demo(const DemoSettings& settings) {
   }
   simulator::SimulatedTarget target(kTargetClockHz, line);
 
-  LiveConsole console(false);
+  // On a terminal the byte counter is a status line that keeps its place.
+  const bool terminal = isTerminal(stdout);
+  LiveConsole console(terminal);
   LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
 
   ReceiverLibrary library;
@@ -163,9 +166,16 @@ int demo(const DemoSettings& settings) {
     if (symbols::elfSymbolsAvailable() && fs::is_regular_file(symbolsFrom, noElf)) reading.elf = symbolsFrom;
     liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_CortexM4.bin").string(), reading);
     console.lines("target running: " + statusOf(*driver) + "\n");
+    LiveStatus status;
     while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < seconds) {
       std::this_thread::sleep_for(std::chrono::milliseconds(500));
-      console.lines("  " + std::to_string(driver->GetNumSamples() * 8ull) + " bytes captured\n");
+      if (terminal) {
+        const LiveCounts counts = liveTrace.counts();
+        const double now = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        console.status(status.line(now, driver->GetNumSamples() * 8.0, liveTrace.decodes() ? &counts : nullptr));
+      } else {
+        console.lines("  " + std::to_string(driver->GetNumSamples() * 8ull) + " bytes captured\n");
+      }
     }
     // The core halts; the debugger reports the halt once the SWO line has
     // gone quiet, so that the capture holds everything the target sent
@@ -177,6 +187,7 @@ int demo(const DemoSettings& settings) {
     }
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
     liveTrace.finish();
+    console.endStatus();
     elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::cout << "target halted: " << statusOf(*driver) << "\n";
 

@@ -1,5 +1,6 @@
 #include "LiveTrace.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 
@@ -19,6 +20,45 @@ void LiveConsole::lines(const std::string& text) {
   std::fflush(stdout);
 }
 
+void LiveConsole::traceLines(const std::string& text) {
+  if (!statusLine_) {
+    lines(text);
+    return;
+  }
+  std::string shown;
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    const auto now = std::chrono::steady_clock::now();
+    if (now - windowStart_ >= std::chrono::seconds(1)) {
+      windowStart_ = now;
+      shownInWindow_ = 0;
+    }
+    for (std::size_t at = 0; at < text.size();) {
+      const std::size_t end = std::min(text.find('\n', at), text.size() - 1);
+      if (shownInWindow_ < kTraceLinesPerSecond) {
+        shown.append(text, at, end - at + 1);
+        ++shownInWindow_;
+      } else {
+        ++hidden_;
+      }
+      at = end + 1;
+    }
+    if (shownInWindow_ < kTraceLinesPerSecond && hidden_ > 0) {
+      // A new second: what the last one left out is said first.
+      shown.insert(0, "  (" + std::to_string(hidden_) + " more lines not shown here; the capture holds them all)\n");
+      hidden_ = 0;
+    }
+  }
+  if (!shown.empty()) lines(shown);
+}
+
+void LiveConsole::sayHidden() {
+  if (hidden_ == 0) return;
+  std::fputs(("  (" + std::to_string(hidden_) + " more lines not shown here; the capture holds them all)\n").c_str(),
+             stdout);
+  hidden_ = 0;
+}
+
 void LiveConsole::status(const std::string& text) {
   std::lock_guard<std::mutex> guard(mutex_);
   if (!statusLine_) return;
@@ -30,14 +70,15 @@ void LiveConsole::status(const std::string& text) {
 void LiveConsole::endStatus() {
   std::lock_guard<std::mutex> guard(mutex_);
   if (statusLine_ && !status_.empty()) std::fputs("\n", stdout);
+  sayHidden();
   status_.clear();
   std::fflush(stdout);
 }
 
 // The decoder of the live view, on the follower's thread.
 struct LiveTrace::Decoding {
-  Decoding(const LiveSettings& settings, const metadata::CaptureMetadata& reading)
-      : writer(text, timingOf(reading)), ports(settings.ports) {}
+  Decoding(const LiveSettings& settings, const metadata::CaptureMetadata& reading, LiveTrace& owner)
+      : writer(text, timingOf(reading)), ports(settings.ports), events(settings.events), owner(owner) {}
   static decode::Timing timingOf(const metadata::CaptureMetadata& reading) {
     decode::Timing timing;
     timing.clockHz = reading.clockHz;
@@ -47,8 +88,19 @@ struct LiveTrace::Decoding {
   decode::OutputBuffer text;
   decode::TextWriter writer;
   std::set<std::uint32_t> ports;
+  bool events;
+  LiveTrace& owner;
   decode::PacketTimer timer{[this](const decode::Packet& packet, decode::PacketTime time) {
-    if (packet.kind == decode::PacketKind::Instrumentation && !ports.empty() && ports.count(packet.port) == 0) return;
+    using decode::PacketKind;
+    if (packet.kind == PacketKind::ExceptionTrace) ++owner.exceptions_;
+    if (packet.kind == PacketKind::PcSample || packet.kind == PacketKind::PcSleep) ++owner.pcSamples_;
+    if (packet.kind == PacketKind::Instrumentation) {
+      if (!ports.empty() && ports.count(packet.port) == 0) return;
+    } else if (!events && packet.kind != PacketKind::Overflow && packet.kind != PacketKind::Malformed) {
+      // Exceptions, PC samples, DWT events and timestamps come at
+      // thousands a second: shown only when asked for.
+      return;
+    }
     writer.write(packet, time);
   }};
   decode::ItmDecoder decoder{[this](const decode::Packet& packet) { timer.add(packet); }};
@@ -64,13 +116,35 @@ LiveTrace::LiveTrace(const LiveSettings& settings, LiveConsole& console) : setti
 
 LiveTrace::~LiveTrace() { finish(); }
 
+LiveCounts LiveTrace::counts() const { return {lines_.load(), exceptions_.load(), pcSamples_.load()}; }
+
+std::string LiveStatus::line(double seconds, double bytes, const LiveCounts* counts) {
+  const double span = seconds - markSeconds_;
+  if (span >= 1.0) {
+    const auto perSecond = [span](double now, double then, const char* unit) {
+      return ", " + std::to_string(static_cast<long long>((now - then) / span + 0.5)) + " " + unit + "/s";
+    };
+    rates_ = perSecond(bytes, markBytes_, "bytes");
+    if (counts != nullptr) {
+      rates_ +=
+          perSecond(static_cast<double>(counts->lines), static_cast<double>(mark_.lines), "lines") +
+          perSecond(static_cast<double>(counts->exceptions), static_cast<double>(mark_.exceptions), "exceptions") +
+          perSecond(static_cast<double>(counts->pcSamples), static_cast<double>(mark_.pcSamples), "PC samples");
+      mark_ = *counts;
+    }
+    markSeconds_ = seconds;
+    markBytes_ = bytes;
+  }
+  return "  " + std::to_string(static_cast<long long>(bytes)) + " bytes" + rates_;
+}
+
 std::optional<live::Endpoint> LiveTrace::endpoint() const {
   if (!server_) return std::nullopt;
   return server_->endpoint();
 }
 
 void LiveTrace::start(const std::string& capturePath, const metadata::CaptureMetadata& reading) {
-  if (settings_.decode) decoding_ = std::make_unique<Decoding>(settings_, reading);
+  if (settings_.decode) decoding_ = std::make_unique<Decoding>(settings_, reading, *this);
   if (server_) {
     console_.lines("decode it live: " + decodeCommandFor("--connect " + server_->endpoint().text(), reading, true) +
                    "\n");
@@ -85,7 +159,9 @@ void LiveTrace::take(const std::uint8_t* data, std::size_t size) {
   if (decoding_) {
     decoding_->decoder.feed(data, size);
     if (!decoding_->text.text().empty()) {
-      console_.lines(decoding_->text.text());
+      const std::string& text = decoding_->text.text();
+      lines_ += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
+      console_.traceLines(text);
       decoding_->text.clear();
     }
   }
@@ -97,7 +173,7 @@ void LiveTrace::finish() {
     decoding_->decoder.finish();
     decoding_->timer.release();
     decoding_->writer.flush();
-    if (!decoding_->text.text().empty()) console_.lines(decoding_->text.text());
+    if (!decoding_->text.text().empty()) console_.traceLines(decoding_->text.text());
     decoding_.reset();
   }
   if (server_) {

@@ -5,6 +5,8 @@
 // counter share the terminal: the counter keeps its own last line.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -23,20 +25,53 @@ struct LiveSettings {
   std::optional<live::Endpoint> serve;
   bool decode = false;
   std::set<std::uint32_t> ports;  // stimulus ports whose text is shown; empty: all
+  bool events = false;            // every exception, PC sample and DWT event shown too
+};
+
+// What the live decoder has seen so far, for the status line.
+struct LiveCounts {
+  std::uint64_t lines = 0;  // stimulus text lines
+  std::uint64_t exceptions = 0;
+  std::uint64_t pcSamples = 0;
+};
+
+// The one-line status of a recording: bytes so far, and per second over the
+// last second (not an average since the start) bytes, text lines,
+// exceptions and PC samples.
+class LiveStatus {
+ public:
+  // The line at seconds into the recording, with bytes captured and, when
+  // the trace is decoded live, its counts (null: bytes only).
+  std::string line(double seconds, double bytes, const LiveCounts* counts);
+
+ private:
+  double markSeconds_ = 0, markBytes_ = 0;
+  LiveCounts mark_;
+  std::string rates_ = "";
 };
 
 // Lines and a status line on one terminal, from several threads.
 class LiveConsole {
  public:
+  // On a terminal (statusLine) the decoded trace is shown at most this many
+  // lines a second, so that a person can read it; the rest are counted.
+  static constexpr int kTraceLinesPerSecond = 100;
+
   explicit LiveConsole(bool statusLine) : statusLine_(statusLine) {}
   void lines(const std::string& text);
+  // Decoded trace lines: all of them off a terminal, a readable share on one.
+  void traceLines(const std::string& text);
   void status(const std::string& text);
   void endStatus();
 
  private:
+  void sayHidden();
   std::mutex mutex_;
   bool statusLine_;
   std::string status_;
+  std::chrono::steady_clock::time_point windowStart_{};
+  int shownInWindow_ = 0;
+  std::uint64_t hidden_ = 0;
 };
 
 class LiveTrace {
@@ -52,6 +87,8 @@ class LiveTrace {
   // Hands on the rest of the capture, then ends every client's stream.
   void finish();
   std::optional<live::Endpoint> endpoint() const;
+  LiveCounts counts() const;
+  bool decodes() const { return settings_.decode; }
 
  private:
   struct Decoding;
@@ -59,6 +96,7 @@ class LiveTrace {
 
   LiveSettings settings_;
   LiveConsole& console_;
+  std::atomic<std::uint64_t> lines_{0}, exceptions_{0}, pcSamples_{0};
   std::unique_ptr<live::TraceServer> server_;
   std::unique_ptr<Decoding> decoding_;
   std::unique_ptr<live::CaptureFollower> follower_;

@@ -106,8 +106,7 @@ int record(const RecordSettings& settings) {
         enterPressed = true;
       });
     }
-    // The rate shown is that of the last second, not an average since the start.
-    double markSeconds = 0, markBytes = 0, rate = 0;
+    LiveStatus status;
     std::optional<std::string> stoppedByItself;
     while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enterPressed) {
       if (gdbTarget) {
@@ -117,14 +116,9 @@ int record(const RecordSettings& settings) {
         std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
       }
       if (live) {
-        const double bytes = driver->GetNumSamples() * 8.0, now = secondsSince();
-        if (now - markSeconds >= 1.0) {
-          rate = (bytes - markBytes) / (now - markSeconds);
-          markSeconds = now;
-          markBytes = bytes;
-        }
-        console.status("  " + std::to_string(static_cast<long long>(bytes)) + " bytes, " +
-                       std::to_string(static_cast<long long>(rate)) + " bytes/s over the last second");
+        const LiveCounts counts = liveTrace.counts();
+        console.status(
+            status.line(secondsSince(), driver->GetNumSamples() * 8.0, liveTrace.decodes() ? &counts : nullptr));
       }
     }
     if (enterWatcher.joinable()) {

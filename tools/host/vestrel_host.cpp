@@ -37,8 +37,10 @@ int main(int argc, char** argv) {
   std::vector<std::uint32_t> demoPorts, recordPorts;
   bool demoDecode = false, demoNoDecode = false;
   demoCommand->add_option("--serve", demoServe, "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1)");
-  demoCommand->add_flag("--decode", demoDecode, "show the decoded trace as it arrives (the default on a terminal)");
+  demoCommand->add_flag("--decode", demoDecode, "show the stimulus text as it arrives (the default on a terminal)");
   demoCommand->add_flag("--no-decode", demoNoDecode, "do not show the decoded trace as it arrives");
+  demoCommand->add_flag("--decode-events", demoSettings.live.events,
+                        "with the live view: every exception, PC sample and DWT event too (thousands a second)");
   demoCommand
       ->add_option("--decode-ports", demoPorts,
                    "stimulus ports whose text is shown live (implies --decode; default: all)")
@@ -57,7 +59,9 @@ int main(int argc, char** argv) {
   recordCommand->add_flag("--force", recording.force, "replace an existing --output file");
   recordCommand->add_option("--serve", recordServe,
                             "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1) while recording");
-  recordCommand->add_flag("--decode", recording.live.decode, "show the decoded trace as it arrives");
+  recordCommand->add_flag("--decode", recording.live.decode, "show the stimulus text as it arrives");
+  recordCommand->add_flag("--decode-events", recording.live.events,
+                          "with --decode: every exception, PC sample and DWT event too (thousands a second)");
   recordCommand
       ->add_option("--decode-ports", recordPorts,
                    "stimulus ports whose text is shown live (implies --decode; default: all)")
@@ -110,9 +114,10 @@ int main(int argc, char** argv) {
     return 2;
   }
   recording.live.ports.insert(recordPorts.begin(), recordPorts.end());
-  if (!recordPorts.empty()) recording.live.decode = true;
+  if (!recordPorts.empty() || recording.live.events) recording.live.decode = true;
   demoSettings.live.ports.insert(demoPorts.begin(), demoPorts.end());
-  demoSettings.live.decode = !demoNoDecode && (demoDecode || !demoPorts.empty() || isTerminal(stdout));
+  demoSettings.live.decode =
+      !demoNoDecode && (demoDecode || demoSettings.live.events || !demoPorts.empty() || isTerminal(stdout));
   // Files and folders that cannot be made or written end the command with
   // their path and the reason, never with an uncaught exception.
   try {
