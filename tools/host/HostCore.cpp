@@ -107,7 +107,15 @@ void requireWritableOutput(const fs::path& path, bool force, const char* option)
   std::FILE* file = std::fopen(path.string().c_str(), exists ? "r+b" : "wb");
   if (file == nullptr) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
   std::fclose(file);
-  if (!exists) fs::remove(path, error);
+  if (exists) return;
+  // Only the empty file made here is removed; a name the C library opens
+  // but the file system does not show (Wine's view of a Unix device) is
+  // not a file whose contents can be checked.
+  if (!fs::is_regular_file(path, error) || fs::file_size(path, error) != 0) {
+    throw std::runtime_error("cannot write " + path.string() +
+                             ": not a regular file, so what reaches it could not be checked");
+  }
+  fs::remove(path, error);
 }
 
 fs::path numberedOutput(const fs::path& output, int n) {

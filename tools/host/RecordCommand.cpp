@@ -12,6 +12,7 @@
 #include "Commands.h"
 #include "HostCore.h"
 #include "LiveTrace.h"
+#include "PortPath.h"
 #include "RecordSetup.h"
 #include "Terminal.h"
 
@@ -168,8 +169,8 @@ int record(const RecordSettings& settings) {
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     if (std::string(e.GetMessage()).find("COM port") != std::string::npos) {
-      std::cerr << "vestrel-host: the probe's port was --port " << settings.port
-                << " (is the probe connected? `vestrel-host ports` lists the probes' serial ports found)\n";
+      std::cerr << "vestrel-host: --port " << settings.port << ": " << describePort(settings.port)
+                << "; `vestrel-host ports` lists the probes' serial ports found\n";
     }
     return 1;
   }
