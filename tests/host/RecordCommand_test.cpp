@@ -143,6 +143,24 @@ TEST(RecordCommand, AnOutputThatCannotHoldTheDumpEndsTheCommandWithItsPathAndWhy
             "vestrel-host: cannot write /dev/full: not a regular file, so what reaches it could not be checked\n");
 }
 
+// A dump that cannot be saved (its file system fills up) ends the command
+// with the path, and says where the capture still is and how to get it.
+TEST(RecordCommand, ASaveThatFailsSaysWhereTheCaptureStillIs) {
+  const char* small = std::getenv("VESTREL_SMALL_FS");
+  ASSERT_NE(small, nullptr) << "run through scripts/with-small-filesystem";
+  // About 300 KB at 50 KB/s, for a 256 KiB file system.
+  const std::string output = std::string(small) + "/record-small.bin";
+  const Recording run =
+      runHost("record --port 7 --clock 6000000 --prescaler 5 --seconds 6", "record-small", nullptr, output);
+  EXPECT_EQ(run.exitCode, 1) << run.printed;
+  const std::string capture = (fs::absolute("vestrel-record") / ".KV-trace" / "data" / "swotrace_Core.bin").string();
+  EXPECT_EQ(printedLine(run.printed, "vestrel-host: " + output + " was not saved"),
+            "vestrel-host: " + output + " was not saved; the capture is still in " + capture +
+                ": vestrel-host export --from vestrel-record --binary <file>")
+      << run.printed;
+  EXPECT_GT(fileLength(capture), 256 * 1024) << "the capture fitted on the small file system: the test proves nothing";
+}
+
 // Three clients of the live stream at once: two vestrel-decode --connect and
 // a raw socket. Each gets the capture from the moment it connected to its end.
 TEST(RecordCommand, ServesTheRawStreamToEveryClientFromWhenItConnected) {

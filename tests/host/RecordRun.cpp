@@ -56,10 +56,11 @@ std::string servedPort(std::string printed) {
 // Runs the command while feeding the line at about 50 KB/s (half of what
 // 1 Mbaud carries) until it exits. Bytes the line refuses are offered again.
 Recording runHost(const std::string& command, const std::string& name,
-                  const std::function<bool(const std::string& printed)>& whilePrinting) {
+                  const std::function<bool(const std::string& printed)>& whilePrinting, const std::string& output) {
   Recording result;
   std::error_code ignored;
-  fs::remove(name + ".bin", ignored);
+  const std::string dump = output.empty() ? name + ".bin" : output;
+  fs::remove(dump, ignored);
   fs::remove(name + ".out", ignored);
   vestrel::simulator::SerialLine line(7);
   if (!line.ready()) {
@@ -69,7 +70,7 @@ Recording runHost(const std::string& command, const std::string& name,
   std::atomic<bool> finished{false};
   std::thread running([&] {
     result.exitCode = commandExitCode(
-        std::system((hostCommand() + " " + command + " --output " + name + ".bin > " + name + ".out 2>&1").c_str()));
+        std::system((hostCommand() + " " + command + " --output " + dump + " > " + name + ".out 2>&1").c_str()));
     finished = true;
   });
   const std::string source = traceBytes(4 << 20);
@@ -83,7 +84,7 @@ Recording runHost(const std::string& command, const std::string& name,
   }
   running.join();
   result.sent = source.substr(0, offered);
-  result.dump = fileExists(name + ".bin") ? readFile(name + ".bin") : "";
+  result.dump = fileExists(dump) ? readFile(dump) : "";
   result.printed = readFile(name + ".out");
   return result;
 }

@@ -24,8 +24,9 @@ std::string servedPort(std::string printed);
 // Runs "<command> --output <name>.bin" (vestrel-host's) while feeding
 // COM7 at about 50 KB/s until it exits; whilePrinting sees what it printed so
 // far until it returns true.
+// With output given, the command's --output is that path instead.
 Recording runHost(const std::string& command, const std::string& name,
-                  const std::function<bool(const std::string& printed)>& whilePrinting);
+                  const std::function<bool(const std::string& printed)>& whilePrinting, const std::string& output = "");
 
 // Runs "record <arguments> --output <name>.bin" while feeding the line at
 // about 50 KB/s until it exits; onServing gets the served port once printed.

@@ -121,7 +121,9 @@ int demo(const DemoSettings& settings) {
   const double seconds = settings.seconds;
   const fs::path output = settings.output;
   const int excerptLines = settings.excerptLines;
-  fs::create_directories(output);
+  std::error_code cannotMake;
+  fs::create_directories(output, cannotMake);
+  if (cannotMake) throw UsageError("cannot make the folder " + output.string() + ": " + cannotMake.message());
   const fs::path dir = fs::absolute(output);
   requireFreshDemoFolder(output, settings.force);
   // Everything the receiver writes (trace folders, log, capture) goes under

@@ -90,8 +90,7 @@ void requireCheckableOutput(const fs::path& path) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (fs::exists(status) && !fs::is_regular_file(status)) {
-    throw std::runtime_error("cannot write " + path.string() +
-                             ": not a regular file, so what reaches it could not be checked");
+    throw UsageError("cannot write " + path.string() + ": not a regular file, so what reaches it could not be checked");
   }
 }
 
@@ -100,20 +99,19 @@ void requireWritableOutput(const fs::path& path, bool force, const char* option)
   std::error_code error;
   const bool exists = fs::exists(path, error);
   if (exists && !force) {
-    throw std::runtime_error(path.string() + " exists: give --force to replace it, or another " + option);
+    throw UsageError(path.string() + " exists: give --force to replace it, or another " + option);
   }
   // Opened for update when it is there (nothing changes), made and removed
   // when it is not.
   std::FILE* file = std::fopen(path.string().c_str(), exists ? "r+b" : "wb");
-  if (file == nullptr) throw std::runtime_error("cannot write " + path.string() + ": " + std::strerror(errno));
+  if (file == nullptr) throw UsageError("cannot write " + path.string() + ": " + std::strerror(errno));
   std::fclose(file);
   if (exists) return;
   // Only the empty file made here is removed; a name the C library opens
   // but the file system does not show (Wine's view of a Unix device) is
   // not a file whose contents can be checked.
   if (!fs::is_regular_file(path, error) || fs::file_size(path, error) != 0) {
-    throw std::runtime_error("cannot write " + path.string() +
-                             ": not a regular file, so what reaches it could not be checked");
+    throw UsageError("cannot write " + path.string() + ": not a regular file, so what reaches it could not be checked");
   }
   fs::remove(path, error);
 }
@@ -136,9 +134,9 @@ void requireNoNumberedOutputs(const fs::path& output, bool force, const char* op
     }
     const std::string number = name.substr(prefix.size(), name.size() - prefix.size() - extension.size());
     if (number.find_first_not_of("0123456789") == std::string::npos) {
-      throw std::runtime_error((output.parent_path() / name).string() + " exists (runs are saved as " +
-                               numberedOutput(output, 1).string() +
-                               ", ...): give --force to replace them, or another " + option);
+      throw UsageError((output.parent_path() / name).string() + " exists (runs are saved as " +
+                       numberedOutput(output, 1).string() + ", ...): give --force to replace them, or another " +
+                       option);
     }
   }
 }
@@ -151,8 +149,8 @@ void requireFreshDemoFolder(const fs::path& folder, bool force) {
     if (fs::exists(folder / name, error)) found += (found.empty() ? "" : ", ") + std::string(name);
   }
   if (!found.empty()) {
-    throw std::runtime_error(folder.string() + " holds an earlier demo's files (" + found +
-                             "): give --force to replace them, or another --folder");
+    throw UsageError(folder.string() + " holds an earlier demo's files (" + found +
+                     "): give --force to replace them, or another --folder");
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 #include "CReceiver.h"
@@ -16,6 +17,12 @@
 namespace vestrel::host {
 
 namespace fs = std::filesystem;
+
+// A command that cannot start as given (an output that is there or cannot
+// be written, ...): exit status 2. Other errors while working: 1.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 // The simulated target's CPU in the demo and the CPU record captures for.
 constexpr const char* kDemoCpu = "Sim/CortexM4";
@@ -59,7 +66,7 @@ struct ProbeSession {
 
 // An output the host checks after the receiver wrote it: a regular file (or
 // one not there yet). A device or a pipe cannot be checked, so it is refused
-// before anything is written. Throws std::runtime_error with the path and why.
+// before anything is written. Throws UsageError with the path and why.
 void requireCheckableOutput(const fs::path& path);
 
 // How a recording must be read (for its metadata file and the live
@@ -75,15 +82,15 @@ std::string decodeCommandFor(const std::string& input, const metadata::CaptureMe
 // An output about to be written, checked before anything is recorded: a
 // regular file (or none yet), not there already unless force (option names
 // the command's option for another name), and one this process can write.
-// Throws std::runtime_error with the path and the reason; the check leaves
-// nothing behind.
+// Throws UsageError with the path and the reason; the check leaves nothing
+// behind.
 void requireWritableOutput(const fs::path& path, bool force, const char* option);
 
 // The file of run n of a command that saves every run: "capture.bin" gives
 // "capture-1.bin", "capture-2.bin", ...
 fs::path numberedOutput(const fs::path& output, int n);
 
-// Refuses (std::runtime_error) when a numbered file of output is there
+// Refuses (UsageError) when a numbered file of output is there
 // already, unless force.
 void requireNoNumberedOutputs(const fs::path& output, bool force, const char* option);
 

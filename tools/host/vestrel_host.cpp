@@ -15,6 +15,7 @@
 #include "CaptureOptions.h"
 #include "CommandLine.h"
 #include "Commands.h"
+#include "HostCore.h"
 #include "Terminal.h"
 
 using namespace vestrel::host;
@@ -128,8 +129,11 @@ int main(int argc, char** argv) {
     if (proxyCommand->parsed()) return gdbProxy(proxying);
     if (optionsCommand->parsed()) return options(writeOptions, showOptions, forceOptions);
     return demo(demoSettings);
-  } catch (const std::exception& error) {
+  } catch (const UsageError& error) {
     std::cerr << "vestrel-host: " << error.what() << "\n";
     return 2;
+  } catch (const std::exception& error) {
+    std::cerr << "vestrel-host: " << error.what() << "\n";
+    return 1;
   }
 }
