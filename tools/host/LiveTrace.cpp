@@ -119,23 +119,29 @@ LiveTrace::~LiveTrace() { finish(); }
 LiveCounts LiveTrace::counts() const { return {lines_.load(), exceptions_.load(), pcSamples_.load()}; }
 
 std::string LiveStatus::line(double seconds, double bytes, const LiveCounts* counts) {
+  // Short enough for an 80-column terminal: a longer line would wrap and no
+  // longer keep its place.
+  const auto format = [](const char* pattern, double value) {
+    char text[48];
+    std::snprintf(text, sizeof text, pattern, value);
+    return std::string(text);
+  };
   const double span = seconds - markSeconds_;
   if (span >= 1.0) {
-    const auto perSecond = [span](double now, double then, const char* unit) {
-      return ", " + std::to_string(static_cast<long long>((now - then) / span + 0.5)) + " " + unit + "/s";
-    };
-    rates_ = perSecond(bytes, markBytes_, "bytes");
+    rates_ = format(", %.1f kB/s", (bytes - markBytes_) / span / 1e3);
     if (counts != nullptr) {
-      rates_ +=
-          perSecond(static_cast<double>(counts->lines), static_cast<double>(mark_.lines), "lines") +
-          perSecond(static_cast<double>(counts->exceptions), static_cast<double>(mark_.exceptions), "exceptions") +
-          perSecond(static_cast<double>(counts->pcSamples), static_cast<double>(mark_.pcSamples), "PC samples");
+      const auto perSecond = [span](std::uint64_t now, std::uint64_t then) {
+        return static_cast<double>(now - then) / span + 0.5;
+      };
+      rates_ += format(", %.0f lines/s", perSecond(counts->lines, mark_.lines)) +
+                format(", %.0f exc/s", perSecond(counts->exceptions, mark_.exceptions)) +
+                format(", %.0f PC/s", perSecond(counts->pcSamples, mark_.pcSamples));
       mark_ = *counts;
     }
     markSeconds_ = seconds;
     markBytes_ = bytes;
   }
-  return "  " + std::to_string(static_cast<long long>(bytes)) + " bytes" + rates_;
+  return format("  %.2f MB", bytes / 1e6) + rates_;
 }
 
 std::optional<live::Endpoint> LiveTrace::endpoint() const {

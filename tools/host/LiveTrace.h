@@ -35,9 +35,9 @@ struct LiveCounts {
   std::uint64_t pcSamples = 0;
 };
 
-// The one-line status of a recording: bytes so far, and per second over the
-// last second (not an average since the start) bytes, text lines,
-// exceptions and PC samples.
+// The one-line status of a recording: megabytes so far, and over the last
+// second (not an average since the start) kilobytes, text lines, exceptions
+// and PC samples per second.
 class LiveStatus {
  public:
   // The line at seconds into the recording, with bytes captured and, when
