@@ -155,6 +155,9 @@ int record(const RecordSettings& settings) {
     } catch (...) {
       std::cerr << "vestrel-host: " << settings.output << " was not saved; the capture is still in " << receiverCapture
                 << ": vestrel-host export --from vestrel-record --binary <file>\n";
+      // The receiver is let go in order before the error goes on.
+      receiver->ReleaseChannelDriver(driver);
+      destroy(receiver);
       throw;
     }
     metadata::writeMetadataBeside(fs::absolute(settings.output).string(), reading);
