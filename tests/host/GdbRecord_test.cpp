@@ -118,9 +118,11 @@ TEST(GdbRecord, ABreakpointEndsTheRecording) {
   EXPECT_EQ(printedLine(run.printed, "saved"), "saved record-gdb-break.bin");
 }
 
+// A server that is not there is a runtime failure (exit status 1), not a
+// usage error.
 TEST(GdbRecord, NoServerThereEndsTheCommandWithWhy) {
   const Recording run = runRecord("--gdb 127.0.0.1:1 --clock 6000000 --port COM7 --seconds 1", "record-gdb-none");
-  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.exitCode, 1);
   EXPECT_TRUE(std::regex_search(run.printed,
                                 std::regex("vestrel-host: cannot connect to the GDB server at 127\\.0\\.0\\.1:1: .+")))
       << run.printed;
