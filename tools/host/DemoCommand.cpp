@@ -147,8 +147,6 @@ int demo(const DemoSettings& settings) {
 
   ReceiverLibrary library;
   if (!library.load()) return 2;
-  const CreateRcvrFunction create = library.create;
-  const DestroyRcvrFunction destroy = library.destroy;
 
   std::string symbolsFrom;
   const symbols::SymbolTable symbols = firmwareSymbols(symbolsFrom);
@@ -156,8 +154,9 @@ int demo(const DemoSettings& settings) {
   double elapsed = 0;
   metadata::CaptureMetadata reading;
   try {
-    CReceiver* receiver = create();
-    CChannelDriver* driver = receiver->GetChannelDriver(kDemoCpu, &target, 1, 0);
+    ReceiverSession session(library, kDemoCpu, &target);
+    CReceiver* receiver = session.receiver();
+    CChannelDriver* driver = session.driver();
     driver->SetConfiguration((dir / "options.xml").string().c_str());
     std::cout << "configured: " << statusOf(*driver) << "\n";
 
@@ -209,8 +208,7 @@ int demo(const DemoSettings& settings) {
     metadata::CaptureMetadata tdfReading = reading;
     tdfReading.tdf = true;
     metadata::writeMetadataBeside((dir / "trace.tdf").string(), tdfReading);
-    receiver->ReleaseChannelDriver(driver);
-    destroy(receiver);
+    session.end();
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;

@@ -79,6 +79,44 @@ bool ProbeSession::open(const fs::path& profile, const char* cpu) {
   return true;
 }
 
+ReceiverSession::ReceiverSession(const ReceiverLibrary& library, const char* cpu,
+                                 Kv::Orv::Trace::CCpuTraceInterface* target)
+    : library_(library), receiver_(library.create()) {
+  try {
+    driver_ = receiver_->GetChannelDriver(cpu, target, 1, 0);
+  } catch (...) {
+    library_.destroy(receiver_);
+    throw;
+  }
+}
+
+void ReceiverSession::end() {
+  Kv::Orv::Trace::CReceiver* receiver = receiver_;
+  Kv::Orv::Trace::CChannelDriver* driver = driver_;
+  receiver_ = nullptr;
+  driver_ = nullptr;
+  if (receiver == nullptr) return;
+  try {
+    if (driver != nullptr) receiver->ReleaseChannelDriver(driver);
+  } catch (...) {
+    library_.destroy(receiver);
+    throw;
+  }
+  library_.destroy(receiver);
+}
+
+ReceiverSession::~ReceiverSession() {
+  try {
+    end();
+  } catch (const Kv::Orv::Hexkit::cHexkitError& error) {
+    reportHexkitError("receiver (letting it go)", error);
+  } catch (const std::exception& error) {
+    std::cerr << "vestrel-host: letting the receiver go: " << error.what() << "\n";
+  } catch (...) {
+    std::cerr << "vestrel-host: letting the receiver go failed\n";
+  }
+}
+
 ProbeSession::~ProbeSession() {
   if (receiver != nullptr) {
     if (driver != nullptr) receiver->ReleaseChannelDriver(driver);

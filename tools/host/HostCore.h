@@ -52,6 +52,28 @@ void reportHexkitError(const char* what, const Kv::Orv::Hexkit::cHexkitError& er
 // and SWO on TDO, and a Larkin device whose clock registers read 6 MHz.
 void writeProbeScenario(const fs::path& dir);
 
+// A receiver and its driver for one CPU, let go in order however the scope
+// is left: end() when all went well (what it meets is thrown), the
+// destructor on an error path (what it meets is said, never thrown), so that
+// no error leaves a receiver, its probe libraries or its driver behind.
+class ReceiverSession {
+ public:
+  // Creates both; throws what the receiver throws (nothing is left then).
+  ReceiverSession(const ReceiverLibrary& library, const char* cpu, Kv::Orv::Trace::CCpuTraceInterface* target);
+  ~ReceiverSession();
+  ReceiverSession(const ReceiverSession&) = delete;
+  ReceiverSession& operator=(const ReceiverSession&) = delete;
+
+  Kv::Orv::Trace::CReceiver* receiver() const { return receiver_; }
+  Kv::Orv::Trace::CChannelDriver* driver() const { return driver_; }
+  void end();
+
+ private:
+  const ReceiverLibrary& library_;
+  Kv::Orv::Trace::CReceiver* receiver_ = nullptr;
+  Kv::Orv::Trace::CChannelDriver* driver_ = nullptr;
+};
+
 // A receiver with a driver for a CPU behind the simulated probe, in a profile
 // folder of its own: what the attributes and export commands look at.
 struct ProbeSession {

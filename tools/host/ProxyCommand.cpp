@@ -79,8 +79,9 @@ int gdbProxy(const ProxySettings& settings) {
   ReceiverLibrary library;
   if (!library.load()) return 2;
   try {
-    CReceiver* receiver = library.create();
-    CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
+    ReceiverSession session(library, kRecordCpu, &target);
+    CReceiver* receiver = session.receiver();
+    CChannelDriver* driver = session.driver();
     driver->SetConfiguration((dir / "options.xml").string().c_str());
     bool recordingNow = false;
     int runs = 0;
@@ -125,8 +126,7 @@ int gdbProxy(const ProxySettings& settings) {
       }
     }
     if (runs == 0) std::cout << "no run was recorded: no debugger let the target run\n";
-    receiver->ReleaseChannelDriver(driver);
-    library.destroy(receiver);
+    session.end();
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;

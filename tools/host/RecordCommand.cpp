@@ -48,8 +48,6 @@ int record(const RecordSettings& settings) {
   LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
   ReceiverLibrary library;
   if (!library.load()) return 2;
-  const CreateRcvrFunction create = library.create;
-  const DestroyRcvrFunction destroy = library.destroy;
   simulator::PassiveTarget passive;
   std::unique_ptr<GdbTarget> gdbTarget;
   if (!settings.gdbTarget.server.empty()) {
@@ -64,8 +62,9 @@ int record(const RecordSettings& settings) {
   Kv::Orv::Trace::CCpuTraceInterface& target =
       gdbTarget ? static_cast<Kv::Orv::Trace::CCpuTraceInterface&>(gdbTarget->traceInterface()) : passive;
   try {
-    CReceiver* receiver = create();
-    CChannelDriver* driver = receiver->GetChannelDriver(kRecordCpu, &target, 1, 0);
+    ReceiverSession session(library, kRecordCpu, &target);
+    CReceiver* receiver = session.receiver();
+    CChannelDriver* driver = session.driver();
     driver->SetConfiguration((dir / "options.xml").string().c_str());
     // Told that the target runs, the receiver programs the trace blocks
     // (through the GDB server, while the target is still halted); then the
@@ -155,16 +154,12 @@ int record(const RecordSettings& settings) {
     } catch (...) {
       std::cerr << "vestrel-host: " << settings.output << " was not saved; the capture is still in " << receiverCapture
                 << ": vestrel-host export --from vestrel-record --binary <file>\n";
-      // The receiver is let go in order before the error goes on.
-      receiver->ReleaseChannelDriver(driver);
-      destroy(receiver);
       throw;
     }
     metadata::writeMetadataBeside(fs::absolute(settings.output).string(), reading);
     std::cout << "saved " << settings.output << "\n";
     std::cout << "decode it: " << decodeCommandFor(settings.output, reading, false) << "\n";
-    receiver->ReleaseChannelDriver(driver);
-    destroy(receiver);
+    session.end();
     if (stoppedByItself && gdbTarget) {
       const std::string done = gdbTarget->finish();
       if (!done.empty()) std::cout << done << "\n";
