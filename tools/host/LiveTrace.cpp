@@ -45,18 +45,18 @@ void LiveConsole::traceLines(const std::string& text) {
     }
     if (shownInWindow_ < kTraceLinesPerSecond && hidden_ > 0) {
       // A new second: what the last one left out is said first.
-      shown.insert(0, "  (" + std::to_string(hidden_) + " more lines not shown here; the capture holds them all)\n");
-      hidden_ = 0;
+      shown.insert(0, hiddenNotice());
     }
   }
   if (!shown.empty()) lines(shown);
 }
 
-void LiveConsole::sayHidden() {
-  if (hidden_ == 0) return;
-  std::fputs(("  (" + std::to_string(hidden_) + " more lines not shown here; the capture holds them all)\n").c_str(),
-             stdout);
+std::string LiveConsole::hiddenNotice() {
+  if (hidden_ == 0) return "";
+  const std::string notice =
+      "  (" + std::to_string(hidden_) + " more lines not shown here; the capture holds them all)\n";
   hidden_ = 0;
+  return notice;
 }
 
 void LiveConsole::status(const std::string& text) {
@@ -70,7 +70,7 @@ void LiveConsole::status(const std::string& text) {
 void LiveConsole::endStatus() {
   std::lock_guard<std::mutex> guard(mutex_);
   if (statusLine_ && !status_.empty()) std::fputs("\n", stdout);
-  sayHidden();
+  std::fputs(hiddenNotice().c_str(), stdout);
   status_.clear();
   std::fflush(stdout);
 }

@@ -65,7 +65,9 @@ class LiveConsole {
   void endStatus();
 
  private:
-  void sayHidden();
+  // The line that says how many trace lines were left out (none: ""); the
+  // count starts again.
+  std::string hiddenNotice();
   std::mutex mutex_;
   bool statusLine_;
   std::string status_;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "PortPath.h"
 #include "TraceEnvironment.h"
 #include "XmlOptions.h"
 
@@ -42,11 +43,8 @@ std::string prepareRecordOptions(const RecordSettings& settings, const fs::path&
   handler.load(set, settings.optionsFile.empty() ? "" : fs::absolute(settings.optionsFile).string(), 2);
   if (!settings.port.empty()) {
     // "7" and "COM7" name the port by number; anything else is a device path.
-    std::string number = settings.port;
-    if (number.size() > 3 && (number.compare(0, 3, "COM") == 0 || number.compare(0, 3, "com") == 0)) {
-      number.erase(0, 3);
-    }
-    if (!number.empty() && number.find_first_not_of("0123456789") == std::string::npos) {
+    const std::string number = comNumberOf(settings.port);
+    if (!number.empty()) {
       setOption(set, opt::kOptionComPort, number);
     } else {
       // A device path (Linux): named as COM7 for the receiver through a link.

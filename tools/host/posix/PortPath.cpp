@@ -31,9 +31,8 @@ std::string whyNotAPort(const std::string& path) {
 }  // namespace
 
 std::string describePort(const std::string& given) {
-  std::string number = given;
-  if (number.size() > 3 && (number.compare(0, 3, "COM") == 0 || number.compare(0, 3, "com") == 0)) number.erase(0, 3);
-  if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) return whyNotAPort(given);
+  const std::string number = comNumberOf(given);
+  if (number.empty()) return whyNotAPort(given);
   const std::string path = Kv::Orv::Trace::Vestrel::tty::devicePathOf(number);
   if (path.empty()) return "COM" + number + " is no device here (ttyACM<n> is COM n, ttyUSB<n> is COM 100 + n)";
   return "COM" + number + " is " + path + ": " + whyNotAPort(path);
