@@ -49,7 +49,11 @@ bool readSetupLine(std::istream& in, std::string& line) {
   char buffer[kSetupLineLimit + 1];
   in.getline(buffer, sizeof buffer);
   if (in.bad() || (in.fail() && in.gcount() == 0)) return false;
-  line.assign(buffer);
+  // The whole line, NUL bytes included; the newline, when one was taken,
+  // is counted by gcount but not stored.
+  auto length = static_cast<std::size_t>(in.gcount());
+  if (!in.fail() && !in.eof() && length > 0) --length;
+  line.assign(buffer, length);
   if (in.fail()) {  // the line went on past the limit
     in.clear();
     in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');

@@ -84,9 +84,10 @@ void Receiver::CheckDeviceSupport(bool& supported) {
 }
 
 Probe::CTargetAdapter* Receiver::GetTargetAdapter(const char* cpuName) {
-  // A library that fails to load, or lacks its factory, is not kept: the
-  // next request tries again, so a repaired installation is found.
-  if (!adapterLibrary_ || newTargetAdapter_ == nullptr) {
+  // Loaded on first use and kept until the receiver goes, factory or not.
+  // Only a load that failed is not kept: the next request tries again, so a
+  // repaired installation is found.
+  if (!adapterLibrary_) {
     try {
       LoadReceiverLibrary("ICETargetAdapter", adapterLibrary_);
     } catch (...) {
@@ -95,10 +96,7 @@ Probe::CTargetAdapter* Receiver::GetTargetAdapter(const char* cpuName) {
     }
     newTargetAdapter_ = LookUp<Probe::NewTargetAdapterFunction>(*adapterLibrary_, "NewTargetAdapter");
   }
-  if (newTargetAdapter_ == nullptr) {
-    adapterLibrary_.reset();
-    Hexkit::throwHexkitError("Cannot get target adapter factory. Bad installation.");
-  }
+  if (newTargetAdapter_ == nullptr) Hexkit::throwHexkitError("Cannot get target adapter factory. Bad installation.");
   Probe::CTargetAdapter* adapter = nullptr;
   adapter = newTargetAdapter_(cpuName, &adapter);
   if (adapter == nullptr) {

@@ -176,6 +176,19 @@ TEST_F(ChannelAttributesTest, AnOverlongSetupLineIsCutAndTheLinesAfterItStillCou
   EXPECT_EQ(driver->itmChannelTypes()[2], 0);
 }
 
+TEST_F(ChannelAttributesTest, ANulByteInASetupLineDoesNotEndTheLine) {
+  const char text[] = "ITM_0\0=1\nITM_1=1\0\nITM_2=0\n";
+  setupFile(std::string(text, sizeof text - 1));
+  EXPECT_EQ(value("ITMChannelType_0"), "1");
+  EXPECT_EQ(value("ITMChannelType_1"), "1");
+  EXPECT_EQ(driver->itmChannelTypes()[2], 0);
+}
+
+TEST_F(ChannelAttributesTest, ALastSetupLineWithoutANewlineIsReadWhole) {
+  setupFile("ITM_0=0\nITM_1=1");
+  EXPECT_EQ(value("ITMChannelType_1"), "1");
+}
+
 TEST_F(ChannelAttributesTest, AnOverlongSetupLineCostsNoMoreMemoryThanTheLineBuffer) {
   std::filesystem::create_directories(settings.path());
   vestrel_test::writeOverlongLine(settings.file("TraceCntrl-itm.ini"), "ITM_0=1", 64, ' ', "\nITM_1=1\n");

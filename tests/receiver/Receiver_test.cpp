@@ -238,11 +238,24 @@ TEST_F(ReceiverTest, AFailedTargetAdapterLoadDoesNotStickAndARepairedInstallatio
   Receiver receiver;
   EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load ICETargetAdapter");
   EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Failed to load ICETargetAdapter");
-  fake.libraryRedirects[loaderName("ICETargetAdapter")] = loaderName("vestrel_tiny");
-  EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Cannot get target adapter factory. Bad installation.");
   fake.libraryRedirects.clear();
   EXPECT_NE(driverFor(receiver, "Probe1/A"), nullptr);
   EXPECT_EQ(receiver.GetNumAttachedCpus(), 1u);
+}
+
+TEST_F(ReceiverTest, ATargetAdapterLibraryWithoutItsFactoryStaysLoadedAndIsNotLoadedAgain) {
+  fake.libraryRedirects[loaderName("ICETargetAdapter")] = loaderName("vestrel_tiny");
+  {
+    Receiver receiver;
+    EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Cannot get target adapter factory. Bad installation.");
+    EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Cannot get target adapter factory. Bad installation.");
+    fake.libraryRedirects.clear();  // repaired now, but the loaded library is kept
+    EXPECT_EQ(hexkitText([&] { driverFor(receiver, "cpu"); }), "Cannot get target adapter factory. Bad installation.");
+    int adapterLoads = 0;
+    for (const auto& file : fake.loadedFiles) adapterLoads += file == loaderName("ICETargetAdapter");
+    EXPECT_EQ(adapterLoads, 1);
+  }
+  EXPECT_EQ(fake.freedLibraries, fake.loadedLibraries);
 }
 
 TEST_F(ReceiverTest, TheTargetAdapterLibraryIsLoadedOnceAndEachCpuGetsItsOwnAdapter) {
