@@ -138,6 +138,45 @@ TEST(GdbRemoteClient, ADroppedConnectionIsSaid) {
   server.finish();
 }
 
+TEST(GdbRemoteClient, AfterTheLinkFailsEveryRequestFailsAtOnceWithTheFirstReason) {
+  ScriptedGdbServer server(with(noAckHandshake(), {{"m0,4", packet("2a00") + "$garbled#00"}}));
+  auto client = connect(server, kTimeout);
+  EXPECT_EQ(thrownText<GdbError>([&] { client->readWord(0); }),
+            "the GDB server's answer to reading 4 bytes at 0x00000000 is not 4 bytes: '2a00'");
+  EXPECT_EQ(client->failure(), "") << "a wrong answer is no broken link";
+  client->resume();
+  EXPECT_EQ(thrownText<GdbError>([&] { client->waitForStop(kTimeout); }),
+            "the reply to 'c' arrived garbled (bad checksum)");
+  EXPECT_EQ(thrownText<GdbError>([&] { client->halt(); }),
+            "the connection to the GDB server failed earlier: the reply to 'c' arrived garbled (bad checksum)");
+  EXPECT_EQ(thrownText<GdbError>([&] { client->readWord(4); }),
+            "the connection to the GDB server failed earlier: the reply to 'c' arrived garbled (bad checksum)");
+  client.reset();
+  const Strings sent = server.finish();
+  EXPECT_EQ(sent.back(), "$c") << "nothing goes to a server after its link failed";
+}
+
+TEST(GdbRemoteClient, ControlCharactersInARepliesAreEscapedInTheMessage) {
+  ScriptedGdbServer server(
+      with(noAckHandshake(), {{"m0,4", packet("\x1b[2J\x07ok")}, {"M0,1:00", packet("E01\x1b]0;x")}}));
+  auto client = connect(server);
+  EXPECT_EQ(thrownText<GdbError>([&] { client->readWord(0); }),
+            "the GDB server's answer to reading 4 bytes at 0x00000000 is not 4 bytes: '\\x1B[2J\\x07ok'");
+  EXPECT_EQ(thrownText<GdbError>([&] { client->writeMemory(0, std::string(1, '\0')); }),
+            "the GDB server refused writing 1 bytes at 0x00000000: E01\\x1B]0;x");
+  client.reset();
+  server.finish();
+}
+
+TEST(GdbRemoteClient, APacketThatDoesNotEndWithinTheTimeOutFails) {
+  ScriptedGdbServer server(with(noAckHandshake(), {{"m0,4", "$0000"}}));
+  auto client = connect(server, kTimeout);
+  EXPECT_EQ(thrownText<GdbError>([&] { client->readWord(0); }),
+            "the GDB server began a packet and did not end it within 300 ms");
+  client.reset();
+  server.finish();
+}
+
 TEST(GdbRemoteClient, NoServerAtAll) {
   unsigned short port = 0;
   {

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include "GdbError.h"
 #include "StopReply.h"
+#include "ThrownText.h"
 
 using namespace vestrel::gdb;
 
@@ -26,9 +28,9 @@ TEST(RspFraming, HexBothWays) {
 }
 
 TEST(RspFraming, RunLengthsAndEscapesAreUndone) {
-  EXPECT_EQ(rspDecode("0* "), "0000");  // ' ' is 32: three more
-  EXPECT_EQ(rspDecode("ab*!c"), "abbbbbc");
-  EXPECT_EQ(rspDecode("}\x03"), "#");
+  EXPECT_EQ(*rspDecode("0* "), "0000");  // ' ' is 32: three more
+  EXPECT_EQ(*rspDecode("ab*!c"), "abbbbbc");
+  EXPECT_EQ(*rspDecode("}\x03"), "#");
 }
 
 TEST(RspFraming, TheReaderTakesItemsAsTheyArriveInPieces) {
@@ -49,6 +51,56 @@ TEST(RspFraming, TheReaderTakesItemsAsTheyArriveInPieces) {
   ASSERT_TRUE(garbled);
   EXPECT_EQ(garbled->payload, "OK");
   EXPECT_FALSE(garbled->checksumOk);
+}
+
+TEST(RspFraming, ARunLengthBombStopsAtTheCap) {
+  std::string bomb = "0";
+  for (int i = 0; i < 1000; ++i) bomb += "*\xff";  // 226 more each: 226,001 in all
+  EXPECT_FALSE(rspDecode(bomb));
+  EXPECT_EQ(rspDecode(bomb, 1000000)->size(), 226001u);
+  EXPECT_EQ(rspDecode(std::string(kMaxPacketPayload, 'a'))->size(), kMaxPacketPayload);
+  EXPECT_FALSE(rspDecode(std::string(kMaxPacketPayload + 1, 'a')));
+}
+
+TEST(RspFraming, TheReaderRefusesAPacketTooLongOnTheWireOrExpanded) {
+  RspReader endless("the debugger");
+  endless.feed("$" + std::string(kMaxPacketFrame - 1, 'a'));  // at the cap: still waiting
+  EXPECT_FALSE(endless.next());
+  endless.feed("a");
+  EXPECT_EQ(vestrel_test::thrownText<GdbError>([&] { endless.next(); }),
+            "the debugger sent a packet of more than 131076 bytes with no end ('#'); refused");
+
+  std::string payload = "0";
+  for (int i = 0; i < 300; ++i) payload += "*\xff";
+  RspReader bombed("the GDB server");
+  bombed.feed("$" + payload + "#00");
+  EXPECT_EQ(vestrel_test::thrownText<GdbError>([&] { bombed.next(); }),
+            "the GDB server sent a packet that expands to more than 65536 bytes (run-length encoded); refused");
+}
+
+TEST(RspFraming, ThePartialPacketIsTimedFromItsStartAndForgottenWhenItEnds) {
+  RspReader reader;
+  EXPECT_FALSE(reader.partialSince());
+  reader.feed("+noise");
+  ASSERT_TRUE(reader.next());
+  EXPECT_FALSE(reader.next());
+  EXPECT_FALSE(reader.partialSince()) << "noise is no packet";
+  reader.feed("$O");
+  EXPECT_FALSE(reader.next());
+  const auto since = reader.partialSince();
+  ASSERT_TRUE(since);
+  reader.feed("K");
+  EXPECT_FALSE(reader.next());
+  EXPECT_EQ(reader.partialSince(), since);
+  reader.feed("#9a");
+  EXPECT_EQ(reader.next()->payload, "OK");
+  EXPECT_FALSE(reader.partialSince());
+}
+
+TEST(RspFraming, MuchNoiseIsSkippedInOneStep) {
+  RspReader reader;
+  reader.feed(std::string(8 << 20, 'x') + "$OK#9a");
+  EXPECT_EQ(reader.next()->payload, "OK");
 }
 
 TEST(StopReplies, EveryForm) {

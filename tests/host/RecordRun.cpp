@@ -56,7 +56,8 @@ std::string servedPort(std::string printed) {
 // Runs the command while feeding the line at about 50 KB/s (half of what
 // 1 Mbaud carries) until it exits. Bytes the line refuses are offered again.
 Recording runHost(const std::string& command, const std::string& name,
-                  const std::function<bool(const std::string& printed)>& whilePrinting, const std::string& output) {
+                  const std::function<bool(const std::string& printed)>& whilePrinting, const std::string& output,
+                  const std::string& holdInputUntil) {
   Recording result;
   std::error_code ignored;
   const std::string dump = output.empty() ? name + ".bin" : output;
@@ -68,9 +69,24 @@ Recording runHost(const std::string& command, const std::string& name,
     return result;
   }
   std::atomic<bool> finished{false};
+  const std::string commandLine = hostCommand() + " " + command + " --output " + dump + " > " + name + ".out 2>&1";
   std::thread running([&] {
-    result.exitCode = commandExitCode(
-        std::system((hostCommand() + " " + command + " --output " + dump + " > " + name + ".out 2>&1").c_str()));
+    if (holdInputUntil.empty()) {
+      result.exitCode = commandExitCode(std::system(commandLine.c_str()));
+    } else {
+      // The command's standard input is this end of a pipe, held open.
+      std::FILE* input = popen(commandLine.c_str(), "w");
+      if (input == nullptr) {
+        finished = true;
+        return;
+      }
+      const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(90);
+      while (std::chrono::steady_clock::now() < until &&
+             (!fileExists(name + ".out") || readFile(name + ".out").find(holdInputUntil) == std::string::npos)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      }
+      result.exitCode = commandExitCode(pclose(input));
+    }
     finished = true;
   });
   const std::string source = traceBytes(4 << 20);

@@ -25,8 +25,11 @@ std::string servedPort(std::string printed);
 // COM7 at about 50 KB/s until it exits; whilePrinting sees what it printed so
 // far until it returns true.
 // With output given, the command's --output is that path instead.
+// With holdInputUntil given, its standard input stays open (and silent, no
+// Enter) until it has printed that text.
 Recording runHost(const std::string& command, const std::string& name,
-                  const std::function<bool(const std::string& printed)>& whilePrinting, const std::string& output = "");
+                  const std::function<bool(const std::string& printed)>& whilePrinting, const std::string& output = "",
+                  const std::string& holdInputUntil = "");
 
 // Runs "record <arguments> --output <name>.bin" while feeding the line at
 // about 50 KB/s until it exits; onServing gets the served port once printed.

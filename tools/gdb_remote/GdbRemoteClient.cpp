@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "GdbError.h"
+#include "PrintableText.h"
 #include "RspFraming.h"
 
 namespace vestrel::gdb {
@@ -42,10 +43,12 @@ bool isConsoleOutput(const std::string& reply) {
   return reply.size() > 1 && reply[0] == 'O' && fromHex(std::string_view(reply).substr(1)).has_value();
 }
 
-std::string quoted(const std::string& payload) {
-  std::string text = payload.size() > 40 ? payload.substr(0, 40) + "..." : payload;
-  return "'" + text + "'";
+// A payload in a message, cut short and with its control characters escaped
+// (a server's reply must not drive the user's terminal).
+std::string shown(const std::string& payload) {
+  return text::printable(std::string_view(payload).substr(0, 40)) + (payload.size() > 40 ? "..." : "");
 }
+std::string quoted(const std::string& payload) { return "'" + shown(payload) + "'"; }
 
 }  // namespace
 
@@ -62,36 +65,63 @@ GdbRemoteClient::GdbRemoteClient(std::unique_ptr<ByteTransport> transport, std::
                                  JoinSession session)
     : transport_(std::move(transport)), timeout_(timeout), noAck_(session.noAck) {}
 
+void GdbRemoteClient::fail(const std::string& why) {
+  failure_ = why;
+  throw GdbError(why);
+}
+
+void GdbRemoteClient::requireLink() const {
+  if (!failure_.empty()) throw GdbError("the connection to the GDB server failed earlier: " + failure_);
+}
+
+void GdbRemoteClient::transmit(std::string_view bytes) {
+  requireLink();
+  try {
+    transport_->send(bytes);
+  } catch (const GdbError& error) {
+    fail(error.what());
+  }
+}
+
 std::optional<RspReader::Item> GdbRemoteClient::nextItem(std::chrono::steady_clock::time_point deadline) {
-  for (;;) {
-    if (auto item = incoming_.next()) return item;
-    const auto now = std::chrono::steady_clock::now();
-    if (now >= deadline) return std::nullopt;
-    char buffer[4096];
-    const std::size_t got = transport_->receive(
-        buffer, sizeof buffer,
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now) + std::chrono::milliseconds(1));
-    incoming_.feed(std::string_view(buffer, got));
+  requireLink();
+  try {
+    for (;;) {
+      if (auto item = incoming_.next()) return item;
+      const auto now = std::chrono::steady_clock::now();
+      if (const auto since = incoming_.partialSince(); since && now - *since > timeout_) {
+        fail("the GDB server began a packet and did not end it within " + std::to_string(timeout_.count()) + " ms");
+      }
+      if (now >= deadline) return std::nullopt;
+      char buffer[4096];
+      const std::size_t got = transport_->receive(
+          buffer, sizeof buffer,
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now) + std::chrono::milliseconds(1));
+      incoming_.feed(std::string_view(buffer, got));
+    }
+  } catch (const GdbError& error) {
+    if (failure_.empty()) failure_ = error.what();
+    throw;
   }
 }
 
 void GdbRemoteClient::sendPacket(const std::string& payload) {
   const std::string frame = rspFrame(payload);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    transport_->send(frame);
+    transmit(frame);
     if (noAck_) return;
     for (;;) {
       const auto item = nextItem(std::chrono::steady_clock::now() + timeout_);
       if (!item) {
-        throw GdbError("no acknowledgement from the GDB server within " + std::to_string(timeout_.count()) +
-                       " ms for " + quoted(payload));
+        fail("no acknowledgement from the GDB server within " + std::to_string(timeout_.count()) + " ms for " +
+             quoted(payload));
       }
       if (item->kind == RspReader::Item::Kind::Ack) return;
       if (item->kind == RspReader::Item::Kind::Nak) break;  // send it again
     }
   }
-  throw GdbError("the GDB server refused " + quoted(payload) + " " + std::to_string(kAttempts) +
-                 " times (it did not receive it intact)");
+  fail("the GDB server refused " + quoted(payload) + " " + std::to_string(kAttempts) +
+       " times (it did not receive it intact)");
 }
 
 std::optional<std::string> GdbRemoteClient::receivePacket(std::chrono::milliseconds timeout, const std::string& what) {
@@ -103,13 +133,13 @@ std::optional<std::string> GdbRemoteClient::receivePacket(std::chrono::milliseco
     if (item->kind != RspReader::Item::Kind::Packet) continue;  // a stray acknowledgement
     if (!item->checksumOk) {
       if (noAck_ || ++garbled == kAttempts) {
-        throw GdbError("the reply to " + quoted(what) + " arrived garbled (bad checksum)" +
-                       (noAck_ ? std::string() : " " + std::to_string(kAttempts) + " times"));
+        fail("the reply to " + quoted(what) + " arrived garbled (bad checksum)" +
+             (noAck_ ? std::string() : " " + std::to_string(kAttempts) + " times"));
       }
-      transport_->send("-");
+      transmit("-");
       continue;
     }
-    if (!noAck_) transport_->send("+");
+    if (!noAck_) transmit("+");
     return item->payload;
   }
 }
@@ -119,8 +149,7 @@ std::string GdbRemoteClient::request(const std::string& payload) {
   for (;;) {
     auto reply = receivePacket(timeout_, payload);
     if (!reply) {
-      throw GdbError("no reply from the GDB server within " + std::to_string(timeout_.count()) + " ms to " +
-                     quoted(payload));
+      fail("no reply from the GDB server within " + std::to_string(timeout_.count()) + " ms to " + quoted(payload));
     }
     if (running_ && isConsoleOutput(*reply)) continue;
     return *reply;
@@ -131,14 +160,14 @@ void GdbRemoteClient::expectOk(const std::string& payload, const std::string& wh
   const std::string reply = request(payload);
   if (reply == "OK") return;
   if (reply.empty()) throw GdbError("the GDB server does not support " + what + " (" + quoted(payload) + ")");
-  throw GdbError("the GDB server refused " + what + ": " + reply);
+  throw GdbError("the GDB server refused " + what + ": " + shown(reply));
 }
 
 std::string GdbRemoteClient::readMemory(std::uint32_t at, std::uint32_t length) {
   const std::string payload = requestText('m', {hex32(at), ",", hex32(length)});
   const std::string reply = request(payload);
   const std::string what = "reading " + std::to_string(length) + " bytes at " + address(at);
-  if (isError(reply)) throw GdbError("the GDB server refused " + what + ": " + reply);
+  if (isError(reply)) throw GdbError("the GDB server refused " + what + ": " + shown(reply));
   auto bytes = fromHex(reply);
   if (!bytes || bytes->size() != length) {
     throw GdbError("the GDB server's answer to " + what + " is not " + std::to_string(length) +
@@ -177,7 +206,7 @@ std::uint32_t GdbRemoteClient::readRegister(int number) {
     reply = request(payload);
     at = static_cast<std::size_t>(number) * 8;
   }
-  if (isError(reply)) throw GdbError("the GDB server refused " + what + ": " + reply);
+  if (isError(reply)) throw GdbError("the GDB server refused " + what + ": " + shown(reply));
   if (reply.empty()) throw GdbError("the GDB server does not support " + what + " ('" + payload + "')");
   const auto bytes = reply.size() >= at + 8 ? fromHex(std::string_view(reply).substr(at, 8)) : std::nullopt;
   if (!bytes) throw GdbError("the GDB server's answer to " + what + " is no 32-bit value: " + quoted(reply));
@@ -208,7 +237,7 @@ std::optional<StopReply> GdbRemoteClient::waitForStop(std::chrono::milliseconds 
     if (!reply) return std::nullopt;
     if (isConsoleOutput(*reply)) continue;
     const auto stop = parseStopReply(*reply);
-    if (!stop) throw GdbError("the GDB server sent " + quoted(*reply) + " while the target ran; no stop reply");
+    if (!stop) fail("the GDB server sent " + quoted(*reply) + " while the target ran; no stop reply");
     running_ = false;
     return stop;
   }
@@ -216,11 +245,9 @@ std::optional<StopReply> GdbRemoteClient::waitForStop(std::chrono::milliseconds 
 
 StopReply GdbRemoteClient::halt() {
   if (!running_) return haltReason();
-  transport_->send("\x03");
+  transmit("\x03");
   const auto stop = waitForStop(timeout_);
-  if (!stop) {
-    throw GdbError("the target did not halt within " + std::to_string(timeout_.count()) + " ms of the request");
-  }
+  if (!stop) fail("the target did not halt within " + std::to_string(timeout_.count()) + " ms of the request");
   return *stop;
 }
 

@@ -63,9 +63,16 @@ class GdbRemoteClient {
   void removeBreakpoint(std::uint32_t address, bool hardware = false, int kind = 2);
 
   bool noAckMode() const { return noAck_; }
+  // Why the connection can no longer be used ("" while it can): after the
+  // server closed it, went silent, garbled its replies or sent what the
+  // protocol does not allow, every request fails at once with this reason.
+  const std::string& failure() const { return failure_; }
   const std::string& features() const { return features_; }
 
  private:
+  [[noreturn]] void fail(const std::string& why);
+  void requireLink() const;
+  void transmit(std::string_view bytes);
   void sendPacket(const std::string& payload);
   // The next packet; nullopt on time-out.
   std::optional<std::string> receivePacket(std::chrono::milliseconds timeout, const std::string& what);
@@ -75,7 +82,8 @@ class GdbRemoteClient {
 
   std::unique_ptr<ByteTransport> transport_;
   std::chrono::milliseconds timeout_;
-  RspReader incoming_;
+  RspReader incoming_{"the GDB server"};
+  std::string failure_;
   bool noAck_ = false;
   bool running_ = false;
   std::string features_;

@@ -1,5 +1,9 @@
 #include "RspFraming.h"
 
+#include <algorithm>
+
+#include "GdbError.h"
+
 namespace vestrel::gdb {
 
 namespace {
@@ -60,9 +64,9 @@ std::optional<std::string> fromHex(std::string_view hex) {
   return bytes;
 }
 
-std::string rspDecode(std::string_view raw) {
+std::optional<std::string> rspDecode(std::string_view raw, std::size_t limit) {
   std::string out;
-  out.reserve(raw.size());
+  out.reserve(std::min(raw.size(), limit));
   for (std::size_t i = 0; i < raw.size(); ++i) {
     const char c = raw[i];
     if (c == '}' && i + 1 < raw.size()) {
@@ -70,16 +74,31 @@ std::string rspDecode(std::string_view raw) {
     } else if (c == '*' && !out.empty() && i + 1 < raw.size()) {
       // The previous character again, (count - 29) more times.
       const int repeats = static_cast<unsigned char>(raw[++i]) - 29;
-      if (repeats > 0) out.append(static_cast<std::size_t>(repeats), out.back());
+      if (repeats > 0) {
+        if (out.size() + static_cast<std::size_t>(repeats) > limit) return std::nullopt;
+        out.append(static_cast<std::size_t>(repeats), out.back());
+      }
     } else {
       out += c;
     }
+    if (out.size() > limit) return std::nullopt;
   }
   return out;
 }
 
+void RspReader::feed(std::string_view bytes) {
+  pending_.append(bytes);
+  if (!partialSince_ && !pending_.empty() && pending_[0] == '$') partialSince_ = std::chrono::steady_clock::now();
+}
+
+std::optional<std::chrono::steady_clock::time_point> RspReader::partialSince() const { return partialSince_; }
+
 std::optional<RspReader::Item> RspReader::next() {
-  while (!pending_.empty()) {
+  for (;;) {
+    if (pending_.empty()) {
+      partialSince_.reset();
+      return std::nullopt;
+    }
     const char first = pending_[0];
     if (first == '+' || first == '-' || first == '\x03') {
       pending_.erase(0, 1);
@@ -89,22 +108,45 @@ std::optional<RspReader::Item> RspReader::next() {
       return item;
     }
     if (first != '$') {
-      pending_.erase(0, 1);  // noise between packets
+      // Noise between packets, skipped in one step up to what may start an
+      // item.
+      const std::size_t start = pending_.find_first_of("$+-\x03");
+      pending_.erase(0, start == std::string::npos ? pending_.size() : start);
+      scanned_ = 0;
       continue;
     }
-    const std::size_t hash = pending_.find('#');
-    if (hash == std::string::npos || pending_.size() < hash + 3) return std::nullopt;  // not all here yet
+    if (!partialSince_) partialSince_ = std::chrono::steady_clock::now();
+    const std::size_t hash = pending_.find('#', std::max<std::size_t>(scanned_, 1));
+    if (hash == std::string::npos) {
+      scanned_ = pending_.size();
+      if (pending_.size() > kMaxPacketFrame) {
+        throw GdbError(sender_ + " sent a packet of more than " + std::to_string(kMaxPacketFrame) +
+                       " bytes with no end ('#'); refused");
+      }
+      return std::nullopt;  // not all here yet
+    }
+    if (hash > kMaxPacketFrame) {
+      throw GdbError(sender_ + " sent a packet of " + std::to_string(hash + 3) + " bytes, more than " +
+                     std::to_string(kMaxPacketFrame) + "; refused");
+    }
+    if (pending_.size() < hash + 3) return std::nullopt;
     const std::string_view raw(pending_.data() + 1, hash - 1);
     const int high = hexDigit(pending_[hash + 1]);
     const int low = hexDigit(pending_[hash + 2]);
     Item item;
     item.checksumOk = high >= 0 && low >= 0 && rspChecksum(raw) == high * 16 + low;
-    item.payload = rspDecode(raw);
+    auto payload = rspDecode(raw);
+    if (!payload) {
+      throw GdbError(sender_ + " sent a packet that expands to more than " + std::to_string(kMaxPacketPayload) +
+                     " bytes (run-length encoded); refused");
+    }
+    item.payload = std::move(*payload);
     item.raw = pending_.substr(0, hash + 3);
     pending_.erase(0, hash + 3);
+    scanned_ = 0;
+    partialSince_.reset();
     return item;
   }
-  return std::nullopt;
 }
 
 }  // namespace vestrel::gdb

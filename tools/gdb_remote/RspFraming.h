@@ -4,6 +4,7 @@
 // zeros), acknowledgements ('+', '-') and the interrupt byte (0x03).
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,7 +21,14 @@ std::string rspFrame(std::string_view payload);
 std::string toHex(std::string_view bytes);
 std::optional<std::string> fromHex(std::string_view hex);
 
-// What arrives from the other end, taken apart as it comes in pieces.
+// The largest payload taken from either end once escapes and run lengths
+// are undone; a proxy advertises it to the debugger as PacketSize. A frame
+// may be twice as long on the wire (every byte escaped).
+constexpr std::size_t kMaxPacketPayload = 0x10000;
+constexpr std::size_t kMaxPacketFrame = 2 * kMaxPacketPayload + 4;
+
+// What arrives from the other end, taken apart as it comes in pieces. A
+// packet too long, on the wire or expanded, is a GdbError naming the sender.
 class RspReader {
  public:
   struct Item {
@@ -30,16 +38,24 @@ class RspReader {
     std::string raw;         // the bytes as they came (what a proxy passes on)
   };
 
-  void feed(std::string_view bytes) { pending_.append(bytes); }
+  explicit RspReader(std::string sender = "the other end") : sender_(std::move(sender)) {}
+  void feed(std::string_view bytes);
   // The next whole item, if one has arrived. Bytes before a '$' that are
   // no acknowledgement or interrupt are skipped.
   std::optional<Item> next();
+  // Since when a packet has been arriving without its end (nullopt: none
+  // is), for a time-out of the caller's.
+  std::optional<std::chrono::steady_clock::time_point> partialSince() const;
 
  private:
   std::string pending_;
+  std::size_t scanned_ = 0;  // pending_ holds no '#' before this
+  std::optional<std::chrono::steady_clock::time_point> partialSince_;
+  std::string sender_;
 };
 
-// Undoes run-length encoding and '}' escapes in a received payload.
-std::string rspDecode(std::string_view raw);
+// Undoes run-length encoding and '}' escapes in a received payload;
+// nullopt when it would grow past limit bytes.
+std::optional<std::string> rspDecode(std::string_view raw, std::size_t limit = kMaxPacketPayload);
 
 }  // namespace vestrel::gdb

@@ -1,7 +1,6 @@
 // record: captures from a real probe's serial port. The target's trace
 // blocks are set up by the user's own debugger, or, with --gdb, by the
 // receiver through a GDB server, which then also runs and halts the target.
-#include <atomic>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -10,6 +9,8 @@
 #include <thread>
 
 #include "Commands.h"
+#include "EnterWatcher.h"
+#include "GdbError.h"
 #include "HostCore.h"
 #include "LiveTrace.h"
 #include "PortPath.h"
@@ -69,7 +70,17 @@ int record(const RecordSettings& settings) {
     // Told that the target runs, the receiver programs the trace blocks
     // (through the GDB server, while the target is still halted); then the
     // target runs.
-    receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+    try {
+      receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+    } catch (const cHexkitError& e) {
+      // The receiver's words say which step failed; the trace interface
+      // knows why (asked now, before the teardown's own calls).
+      reportHexkitError("receiver", e);
+      if (gdbTarget && !gdbTarget->traceInterface().lastError().empty()) {
+        std::cerr << "vestrel-host: because " << gdbTarget->traceInterface().lastError() << "\n";
+      }
+      return 1;
+    }
     if (gdbTarget) {
       for (const std::string& mismatch : gdbTarget->takeMismatches()) {
         std::cerr << "vestrel-host: warning: " << mismatch << "\n";
@@ -94,23 +105,21 @@ int record(const RecordSettings& settings) {
     const auto secondsSince = [&start] {
       return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     };
-    // Until Enter, standard input is watched on a thread of its own so that
-    // the counter keeps moving.
-    std::atomic<bool> enterPressed{false};
-    std::atomic<bool> inputEnded{false};
-    std::thread enterWatcher;
-    if (settings.seconds <= 0) {
-      enterWatcher = std::thread([&enterPressed, &inputEnded] {
-        std::string ignored;
-        if (!std::getline(std::cin, ignored)) inputEnded = true;
-        enterPressed = true;
-      });
-    }
+    // Until Enter (or the time is up, the target stops by itself, or the
+    // GDB link fails).
+    std::optional<EnterWatcher> enter;
+    if (settings.seconds <= 0) enter.emplace();
     LiveStatus status;
     std::optional<std::string> stoppedByItself;
-    while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enterPressed) {
+    std::optional<std::string> linkFailure;
+    while (settings.seconds > 0 ? secondsSince() < settings.seconds : !enter->pressed()) {
       if (gdbTarget) {
-        stoppedByItself = gdbTarget->stoppedByItself(std::chrono::milliseconds(50));
+        try {
+          stoppedByItself = gdbTarget->stoppedByItself(std::chrono::milliseconds(50));
+        } catch (const gdb::GdbError& error) {
+          linkFailure = error.what();
+          break;
+        }
         if (stoppedByItself) break;
       } else {
         std::this_thread::sleep_for(std::chrono::milliseconds(settings.seconds > 0 ? 50 : 100));
@@ -121,33 +130,33 @@ int record(const RecordSettings& settings) {
             status.line(secondsSince(), driver->GetNumSamples() * 8.0, liveTrace.decodes() ? &counts : nullptr));
       }
     }
-    if (enterWatcher.joinable()) {
-      // A target that stopped by itself ends the recording without Enter:
-      // the watcher is left to the end of the process.
-      if (stoppedByItself) {
-        enterWatcher.detach();
-      } else {
-        enterWatcher.join();
-      }
-    }
-    if (stoppedByItself) {
+    if (linkFailure) {
+      console.endStatus();
+      std::cerr << "vestrel-host: the GDB link failed while the target ran: " << *linkFailure << "\n";
+      std::cout << "recording ended: the GDB link failed; what arrived is saved\n";
+    } else if (stoppedByItself) {
       std::cout << "the target " << *stoppedByItself << "\n";
     } else {
       std::cout << "recording ended: "
-                << (settings.seconds > 0 ? "its time was up (--seconds)"
-                    : inputEnded         ? "standard input ended"
-                                         : "Enter was pressed")
+                << (settings.seconds > 0  ? "its time was up (--seconds)"
+                    : enter->inputEnded() ? "standard input ended"
+                                          : "Enter was pressed")
                 << "\n";
     }
-    if (!stoppedByItself && gdbTarget) {
-      std::cout << gdbTarget->finish() << "\n";
+    if (!stoppedByItself && !linkFailure && gdbTarget) {
+      try {
+        std::cout << gdbTarget->finish() << "\n";
+      } catch (const gdb::GdbError& error) {
+        linkFailure = error.what();
+        std::cerr << "vestrel-host: the target could not be halted: " << *linkFailure << "\n";
+      }
     }
     receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
     liveTrace.finish();
     console.endStatus();
     std::cout << "stopped: " << statusOf(*driver) << ", " << driver->GetNumSamples() << " samples\n";
     const std::uint32_t samples = driver->GetNumSamples();
-    if (samples == 0) explainNoBytes(settings);
+    if (samples == 0 && !linkFailure) explainNoBytes(settings);
     try {
       driver->SaveToFile(fs::absolute(settings.output).string(), 2);
       requireFileSize(settings.output, samples * 8ull);
@@ -161,9 +170,15 @@ int record(const RecordSettings& settings) {
     std::cout << "decode it: " << decodeCommandFor(settings.output, reading, false) << "\n";
     session.end();
     if (stoppedByItself && gdbTarget) {
-      const std::string done = gdbTarget->finish();
-      if (!done.empty()) std::cout << done << "\n";
+      try {
+        const std::string done = gdbTarget->finish();
+        if (!done.empty()) std::cout << done << "\n";
+      } catch (const gdb::GdbError& error) {
+        std::cerr << "vestrel-host: " << error.what() << "\n";
+        return 1;
+      }
     }
+    return linkFailure ? 1 : 0;
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     if (std::string(e.GetMessage()).find("COM port") != std::string::npos) {
@@ -172,7 +187,6 @@ int record(const RecordSettings& settings) {
     }
     return 1;
   }
-  return 0;
 }
 
 }  // namespace vestrel::host

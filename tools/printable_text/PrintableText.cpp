@@ -1,0 +1,28 @@
+#include "PrintableText.h"
+
+namespace vestrel::text {
+
+bool needsEscape(unsigned char byte) { return (byte < 0x20 && byte != '\t') || byte == 0x7F; }
+
+void appendPrintable(std::string& out, std::string_view text) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (needsEscape(byte)) {
+      out += "\\x";
+      out += kDigits[byte >> 4];
+      out += kDigits[byte & 0x0F];
+    } else {
+      out += c;
+    }
+  }
+}
+
+std::string printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  appendPrintable(out, text);
+  return out;
+}
+
+}  // namespace vestrel::text

@@ -1,0 +1,17 @@
+// Text from outside (a target's stimulus ports, an ELF file's names, a GDB
+// server's replies) made safe to show a person: terminal control characters
+// (escape, bell, backspace, carriage return...) become \xHH so that no input
+// can drive the user's terminal; tabs and every byte from 0x80 on (UTF-8)
+// pass as they are.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace vestrel::text {
+
+bool needsEscape(unsigned char byte);
+void appendPrintable(std::string& out, std::string_view text);
+std::string printable(std::string_view text);
+
+}  // namespace vestrel::text
