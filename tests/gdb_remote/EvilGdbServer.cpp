@@ -121,8 +121,7 @@ struct EvilGdbServer::Impl {
         } else if (request == "c") {
           asio::write(socket, asio::buffer("+", 1), error);  // runs until interrupted
         } else if (request == "D") {
-          reply("OK");
-          return;
+          reply("OK");  // the client leaves
         } else {
           reply("");
         }

@@ -65,4 +65,76 @@ TEST(GdbProxyRequests, ADetachLetsTheTargetRunSoTheOwnerMayAskNothingMore) {
   EXPECT_EQ(server.mismatch(), "");
 }
 
+TEST(GdbProxyFraming, ThePacketSizeAdvertisedIsAtMostWhatTheProxyTakes) {
+  EXPECT_EQ(GdbProxy::advertisedFeatures("PacketSize=4000;hwbreak+"), "PacketSize=4000;hwbreak+");
+  EXPECT_EQ(GdbProxy::advertisedFeatures("hwbreak+;PacketSize=100000;qXfer:features:read+"),
+            "hwbreak+;PacketSize=10000;qXfer:features:read+");
+  EXPECT_EQ(GdbProxy::advertisedFeatures("PacketSize=fffffffff"), "PacketSize=10000");
+  EXPECT_EQ(GdbProxy::advertisedFeatures("PacketSize=zz;swbreak+"), "PacketSize=10000;swbreak+");
+  EXPECT_EQ(GdbProxy::advertisedFeatures("swbreak+"), "swbreak+;PacketSize=10000");
+  EXPECT_EQ(GdbProxy::advertisedFeatures(""), "PacketSize=10000");
+}
+
+// What the debugger receives of a session: everything up to the end.
+std::string debuggerReceives(unsigned short port, const std::string& send) {
+  TcpTransport debugger("127.0.0.1", port, std::chrono::seconds(10));
+  debugger.send(send);
+  std::string answer;
+  char buffer[4096];
+  try {
+    for (;;) {
+      const std::size_t got = debugger.receive(buffer, sizeof buffer, std::chrono::seconds(20));
+      if (got == 0) break;
+      answer.append(buffer, got);
+    }
+  } catch (const GdbError&) {
+    // the proxy closed the session
+  }
+  return answer;
+}
+
+TEST(GdbProxyFraming, TheDebuggerSeesTheCappedPacketSize) {
+  ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{
+      {"qSupported:multiprocess+", "+" + packet("PacketSize=100000;QStartNoAckMode+"), true}});
+  GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+  std::string answer;
+  std::thread debugger([&] { answer = debuggerReceives(proxy.port(), packet("qSupported:multiprocess+")); });
+  proxy.run({}, [] { return true; });
+  debugger.join();
+  EXPECT_EQ(answer, "+" + packet("PacketSize=10000;QStartNoAckMode+"));
+  server.finish();
+}
+
+TEST(GdbProxyFraming, AnEndlessPacketFromTheDebuggerEndsTheSessionAndReachesNoServer) {
+  ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{});
+  GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+  std::thread debugger([&] { debuggerReceives(proxy.port(), "$" + std::string(300000, 'a')); });
+  const std::string ended = proxy.run({}, [] { return true; });
+  debugger.join();
+  EXPECT_EQ(ended, "the debugger sent a packet of more than 131076 bytes with no end ('#'); refused");
+  EXPECT_EQ(server.finish(), Strings{});
+}
+
+TEST(GdbProxyFraming, ARunLengthBombFromTheDebuggerEndsTheSession) {
+  ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{});
+  GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+  std::string bomb = "$0";
+  for (int i = 0; i < 1000; ++i) bomb += "*\xff";
+  std::thread debugger([&] { debuggerReceives(proxy.port(), bomb + "#00"); });
+  const std::string ended = proxy.run({}, [] { return true; });
+  debugger.join();
+  EXPECT_EQ(ended, "the debugger sent a packet that expands to more than 65536 bytes (run-length encoded); refused");
+  EXPECT_EQ(server.finish(), Strings{});
+}
+
+TEST(GdbProxyFraming, APacketTheDebuggerDoesNotEndTimesOut) {
+  ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{});
+  GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+  std::thread debugger([&] { debuggerReceives(proxy.port(), "$m0,4"); });
+  const std::string ended = proxy.run({}, [] { return true; });
+  debugger.join();
+  EXPECT_EQ(ended, "the debugger began a packet and did not end it within 10 s");
+  EXPECT_EQ(server.finish(), Strings{});
+}
+
 }  // namespace

@@ -5,10 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "EvilGdbServer.h"
 #include "RecordRun.h"
+#include "RspFraming.h"
+#include "TcpTransport.h"
 #include "TestSupport.h"
 
 using namespace vestrel_test;
@@ -123,6 +126,55 @@ TEST(GdbLinkFailure, AMemoryReadWithNoHexSaysWhy) {
   expectProgrammingFailure(
       Misbehaviour::NoHex, "gdb-no-hex",
       "ProgramTpiu: the GDB server's answer to reading 4 bytes at 0xE000EDFC is not 4 bytes: 'zzzzzzzz'");
+}
+
+// gdb-proxy: the debugger's session is kept when the trace blocks cannot be
+// set up for a run; the run is not recorded and the reason is said.
+TEST(GdbLinkFailure, TheProxyKeepsTheDebuggersSessionWhenSettingUpTheTraceFails) {
+  EvilGdbServer server(Misbehaviour::WrongLength, Moment::OnEveryRead);
+  std::string debuggerGot;
+  std::thread debugger;
+  const Recording run =
+      runHost("gdb-proxy --listen 127.0.0.1:0 --gdb " + server.address() +
+                  " --port COM7 --clock 6000000 --prescaler 5 --sessions 1",
+              "gdb-proxy-setup", [&](const std::string& printed) {
+                const std::string line = printedLine(printed, "waiting for your debugger: target remote 127.0.0.1:");
+                if (line.empty()) return false;
+                const auto port = static_cast<unsigned short>(std::stoi(line.substr(line.rfind(':') + 1)));
+                debugger = std::thread([port, &debuggerGot] {
+                  vestrel::gdb::TcpTransport link("127.0.0.1", port, std::chrono::seconds(10));
+                  const auto expect = [&](std::size_t bytes) {
+                    char buffer[256];
+                    while (debuggerGot.size() < bytes) {
+                      const std::size_t got = link.receive(buffer, sizeof buffer, std::chrono::seconds(20));
+                      if (got == 0) return;
+                      debuggerGot.append(buffer, got);
+                    }
+                  };
+                  link.send(vestrel::gdb::rspFrame("c"));
+                  expect(1);  // the continue's acknowledgement: the target runs
+                  link.send("\x03");
+                  expect(1 + vestrel::gdb::rspFrame("T02").size());
+                  link.send("+" + vestrel::gdb::rspFrame("D"));
+                  expect(2 + vestrel::gdb::rspFrame("T02").size() + vestrel::gdb::rspFrame("OK").size());
+                });
+                return true;
+              });
+  if (debugger.joinable()) debugger.join();
+  const std::string printed = withoutCarriageReturns(run.printed);
+  EXPECT_EQ(run.exitCode, 1) << printed;
+  EXPECT_EQ(debuggerGot, "+" + vestrel::gdb::rspFrame("T02") + "+" + vestrel::gdb::rspFrame("OK"));
+  EXPECT_EQ(printedLine(printed, "vestrel-host: because"),
+            "vestrel-host: because ProgramTpiu: the GDB server's answer to reading 4 bytes at 0xE000EDFC is not 4 "
+            "bytes: '00'");
+  EXPECT_EQ(printedLine(printed, "target running"),
+            "target running: not recorded (the trace blocks could not be set up)");
+  EXPECT_EQ(printedLine(printed, "session ended"), "session ended: the debugger disconnected");
+  EXPECT_EQ(printedLine(printed, "vestrel-host: 1 run"),
+            "vestrel-host: 1 run was not recorded: the trace blocks could not be set up (see above)");
+  const std::vector<std::string> sent = server.finish();
+  ASSERT_GE(sent.size(), 3u);
+  EXPECT_EQ(sent.back(), "$D");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <asio.hpp>
 #include <cctype>
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "GdbError.h"
@@ -75,7 +76,38 @@ bool isResume(const std::string& payload) {
   return payload.rfind("vCont;c", 0) == 0 || payload.rfind("vCont;C", 0) == 0;
 }
 
+// The server's qSupported reply as the debugger sees it: PacketSize no
+// larger than the proxy takes from the debugger.
+std::string withPacketSizeCap(const std::string& features) {
+  static const std::string kKey = "PacketSize=";
+  char cap[16];
+  std::snprintf(cap, sizeof cap, "%zx", kMaxPacketPayload);
+  std::string out;
+  bool found = false;
+  std::size_t start = 0;
+  while (start <= features.size()) {
+    std::size_t end = features.find(';', start);
+    if (end == std::string::npos) end = features.size();
+    std::string feature = features.substr(start, end - start);
+    if (feature.rfind(kKey, 0) == 0) {
+      found = true;
+      const std::string value = feature.substr(kKey.size());
+      const bool hex =
+          !value.empty() && value.size() <= 8 && value.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+      if (!hex || std::stoul(value, nullptr, 16) > kMaxPacketPayload) feature = kKey + cap;
+    }
+    if (!feature.empty()) out += (out.empty() ? "" : ";") + feature;
+    start = end + 1;
+  }
+  if (!found) out += (out.empty() ? "" : ";") + kKey + cap;
+  return out;
+}
+
 }  // namespace
+
+std::string GdbProxy::advertisedFeatures(const std::string& serverFeatures) {
+  return withPacketSizeCap(serverFeatures);
+}
 
 struct GdbProxy::Impl {
   asio::io_context io;
@@ -156,8 +188,14 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
   Link& server = *impl_->serverLink;
   impl_->client = std::make_unique<GdbRemoteClient>(std::make_unique<LinkTransport>(server), std::chrono::seconds(10),
                                                     GdbRemoteClient::JoinSession{false});
-  RspReader fromDebugger, fromServer;
+  RspReader fromDebugger("the debugger"), fromServer("the GDB server at " + serverName);
   bool noAckAsked = false;
+  bool featuresAsked = false;
+  // A packet that began must end within this time, from either side.
+  const auto stalled = [](const RspReader& reader) {
+    const auto since = reader.partialSince();
+    return since && Clock::now() - *since > kPacketTimeout;
+  };
   char buffer[16384];
   try {
     while (keepGoing()) {
@@ -168,6 +206,7 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
         while (auto item = fromDebugger.next()) {
           if (item->kind == RspReader::Item::Kind::Packet) {
             if (item->payload == "QStartNoAckMode") noAckAsked = true;
+            featuresAsked = item->payload.rfind("qSupported", 0) == 0;
             if (isResume(item->payload) && !running_ && events.resuming) events.resuming();
             // A detach lets the target run on, a kill ends it: nothing more
             // is sent of ours.
@@ -183,6 +222,10 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
         idle = false;
         fromServer.feed(std::string_view(buffer, got));
         while (auto item = fromServer.next()) {
+          if (item->kind == RspReader::Item::Kind::Packet && featuresAsked && item->checksumOk) {
+            item->raw = rspFrame(advertisedFeatures(item->payload));
+            featuresAsked = false;
+          }
           debugger.writeAll(item->raw);
           if (item->kind != RspReader::Item::Kind::Packet) continue;
           if (noAckAsked && item->payload == "OK") {
@@ -195,6 +238,14 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
             if (events.stopped) events.stopped(*stop);
           }
         }
+      }
+      if (stalled(fromDebugger)) {
+        throw GdbError("the debugger began a packet and did not end it within " +
+                       std::to_string(kPacketTimeout.count()) + " s");
+      }
+      if (stalled(fromServer)) {
+        throw GdbError("the GDB server at " + serverName + " began a packet and did not end it within " +
+                       std::to_string(kPacketTimeout.count()) + " s");
       }
       if (idle) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

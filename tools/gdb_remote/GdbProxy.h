@@ -1,5 +1,6 @@
-// A debugger's GDB session passed through to a GDB server unchanged, watched
-// on the way: the proxy says when the debugger resumes the target (before
+// A debugger's GDB session passed through to a GDB server unchanged (but for
+// the PacketSize the server advertises, capped at what the proxy takes),
+// watched on the way: the proxy says when the debugger resumes the target (before
 // the resume goes on, while the target is still halted) and when the server
 // says it stopped (after the stop reply has gone on). In those moments the
 // owner may make requests of its own to the server (server()); the
@@ -7,6 +8,7 @@
 // follows the session's.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -40,6 +42,12 @@ class GdbProxy {
   // and its target halted (a detach lets it run).
   bool canRequest() const;
   bool targetRunning() const { return running_; }
+
+  // A packet from either side must end within this time once begun.
+  static constexpr std::chrono::seconds kPacketTimeout{10};
+  // The server's qSupported features as passed to the debugger: PacketSize
+  // at most what the proxy takes (kMaxPacketPayload), added when missing.
+  static std::string advertisedFeatures(const std::string& serverFeatures);
 
  private:
   struct Impl;

@@ -97,16 +97,34 @@ int gdbProxy(const ProxySettings& settings) {
                 << " samples); decode it: " << decodeCommandFor(output.string(), reading, false) << std::endl;
     };
     gdb::GdbProxy::Events events;
+    bool toldRunning = false;
+    int unrecorded = 0;  // runs whose trace blocks could not be set up
     events.resuming = [&] {
-      receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+      toldRunning = true;
+      try {
+        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+      } catch (const cHexkitError& e) {
+        // The debugger's session goes on; this run is not recorded.
+        reportHexkitError("receiver", e);
+        if (!target.lastError().empty()) std::cerr << "vestrel-host: because " << target.lastError() << "\n";
+        std::cout << "target running: not recorded (the trace blocks could not be set up)" << std::endl;
+        ++unrecorded;
+        return;
+      }
       if (!target.lastError().empty()) std::cerr << "vestrel-host: " << target.lastError() << "\n";
       recordingNow = true;
       std::cout << "target running: " << statusOf(*driver) << std::endl;
     };
     events.stopped = [&](const gdb::StopReply& stop) {
+      if (toldRunning && !recordingNow) {
+        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+        toldRunning = false;
+        std::cout << "target " << stop.text() << std::endl;
+      }
       if (!recordingNow) return;
       receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
       recordingNow = false;
+      toldRunning = false;
       std::cout << "target " << stop.text() << ": " << statusOf(*driver) << ", " << driver->GetNumSamples()
                 << " samples" << std::endl;
       saveRun();
@@ -116,17 +134,28 @@ int gdbProxy(const ProxySettings& settings) {
       std::cout << "waiting for your debugger: target remote " << listen->host << ":" << proxy.port() << std::endl;
       const std::string ended = proxy.run(events, [] { return interrupted == 0; });
       std::cout << "session ended: " << ended << std::endl;
+      if (toldRunning && !recordingNow) {
+        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+        toldRunning = false;
+      }
       if (recordingNow) {
         // The target runs on without a debugger: its recording ends here,
         // and the trace blocks are left as they are (nothing may be sent).
         receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
         recordingNow = false;
+        toldRunning = false;
         std::cout << "the target was left running: its recording ends with the session" << std::endl;
         saveRun();
       }
     }
-    if (runs == 0) std::cout << "no run was recorded: no debugger let the target run\n";
+    if (unrecorded > 0) {
+      std::cerr << "vestrel-host: " << unrecorded << " run" << (unrecorded == 1 ? " was" : "s were")
+                << " not recorded: the trace blocks could not be set up (see above)\n";
+    } else if (runs == 0) {
+      std::cout << "no run was recorded: no debugger let the target run\n";
+    }
     session.end();
+    if (unrecorded > 0) return 1;
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;
