@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 
 using namespace vestrel::decode;
@@ -97,6 +98,42 @@ TEST(TraceText, TimesAreCyclesAndSecondsGivenTheClock) {
   timing.timestampPrescale = 4;
   EXPECT_EQ(textOf(std::string("\x0E\x0F\x10\xC0\x05", 5), timing),
             "[5][0.020000000 s] exception 15 (SysTick) entered\n");
+}
+
+// Clocks the command lines refuse may still reach the writers through the
+// library: no time is ever written past its buffer or as invalid JSON.
+TEST(TraceText, TimesForAnyClockStayWholeNumbersOrNull) {
+  Timing tiny;
+  tiny.clockHz = 1e-300;
+  const std::string text = textOf(std::string("\x0E\x0F\x10\xC0\x05", 5), tiny);
+  const std::string prefix = "[5][";
+  ASSERT_EQ(text.rfind(prefix, 0), 0u) << text;
+  const std::string seconds = text.substr(prefix.size(), text.find(' ') - prefix.size());
+  EXPECT_EQ(seconds.size(), 301u + 1 + 9) << seconds;  // 5e300: 301 digits, the point, 9 decimals
+  EXPECT_EQ(seconds.find_first_not_of("0123456789."), std::string::npos) << seconds;
+  EXPECT_EQ(seconds.substr(seconds.size() - 10), ".000000000");
+
+  Timing vanishing;
+  vanishing.clockHz = 1e-320;  // cycles / clock is infinite
+  EXPECT_EQ(jsonOf(std::string("\x80\x80\x20", 3), vanishing),
+            "{\"offset\":0,\"kind\":\"malformed\",\"header\":128,\"bytes\":2,\"cycles\":2,\"exact\":true,"
+            "\"seconds\":null}\n"
+            "{\"offset\":2,\"kind\":\"local-timestamp\",\"header\":32,\"value\":2,\"tc\":0,\"cycles\":2,\"exact\":true,"
+            "\"seconds\":null}\n");
+}
+
+TEST(TraceText, FixedPointNumbersOfEveryMagnitude) {
+  const auto fixed = [](double value, int decimals) {
+    OutputBuffer out;
+    out.appendFixed(value, decimals);
+    return out.text();
+  };
+  EXPECT_EQ(fixed(0.02, 9), "0.020000000");
+  EXPECT_EQ(fixed(-1.5, 3), "-1.500");
+  EXPECT_EQ(fixed(1.5, 42), "1.500000000");  // at most 9 decimals
+  EXPECT_EQ(fixed(1.7976931348623157e308, 9).size(), 309u + 1 + 9);
+  EXPECT_EQ(fixed(std::numeric_limits<double>::infinity(), 9), "null");
+  EXPECT_EQ(fixed(std::numeric_limits<double>::quiet_NaN(), 3), "null");
 }
 
 TEST(TraceText, EachEventHasItsLine) {

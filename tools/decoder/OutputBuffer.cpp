@@ -1,5 +1,8 @@
 #include "OutputBuffer.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace vestrel::decode {
 
 OutputBuffer::OutputBuffer(std::FILE* file, std::size_t flushAt)
@@ -31,6 +34,17 @@ void OutputBuffer::appendDecimal(std::uint64_t value) {
     *--at = static_cast<char>('0' + value);
   }
   append(std::string_view(at, static_cast<std::size_t>(end - at)));
+}
+
+void OutputBuffer::appendFixed(double value, int decimals) {
+  if (!std::isfinite(value)) {
+    append("null");
+    return;
+  }
+  // The largest double has 309 digits before the point: every value fits.
+  char text[330];
+  const int length = std::snprintf(text, sizeof text, "%.*f", std::clamp(decimals, 0, 9), value);
+  if (length > 0) append(std::string_view(text, std::min(static_cast<std::size_t>(length), sizeof text - 1)));
 }
 
 void OutputBuffer::appendHex(std::uint64_t value, int digits) {

@@ -34,6 +34,9 @@ class OutputBuffer {
   void appendDecimal(std::uint64_t value);
   // "0x" and digits upper-case hexadecimal digits, zero-padded.
   void appendHex(std::uint64_t value, int digits);
+  // value with decimals digits after the point (at most 9); a value that is
+  // no finite number is written null (valid in JSON, plain in text).
+  void appendFixed(double value, int decimals);
 
   // Writes what is gathered to the file and flushes it; false once a write
   // has failed (the rest is then dropped).

@@ -28,10 +28,7 @@ void PerfettoWriter::trackName(int track, const std::string& name) {
 
 void PerfettoWriter::time(std::uint64_t cycles) {
   if (timing_.clockHz && *timing_.clockHz > 0) {
-    char text[40];
-    const int length = std::snprintf(text, sizeof text, "%.3f",
-                                     static_cast<double>(cycles) * timing_.timestampPrescale / *timing_.clockHz * 1e6);
-    out_.append(std::string_view(text, static_cast<std::size_t>(length)));
+    out_.appendFixed(static_cast<double>(cycles) * timing_.timestampPrescale / *timing_.clockHz * 1e6, 3);
   } else {
     out_.appendDecimal(cycles);
   }

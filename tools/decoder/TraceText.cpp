@@ -40,10 +40,7 @@ const char* functionName(ExceptionFunction function) {
 }
 
 void appendSeconds(OutputBuffer& out, const Timing& timing, std::uint64_t cycles) {
-  char seconds[40];
-  const int length = std::snprintf(seconds, sizeof seconds, "%.9f",
-                                   static_cast<double>(cycles) * timing.timestampPrescale / *timing.clockHz);
-  out.append(std::string_view(seconds, static_cast<std::size_t>(length)));
+  out.appendFixed(static_cast<double>(cycles) * timing.timestampPrescale / *timing.clockHz, 9);
 }
 
 bool haveClock(const Timing& timing) { return timing.clockHz && *timing.clockHz > 0; }
