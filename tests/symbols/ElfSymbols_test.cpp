@@ -4,11 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
 #include "FirmwareLayout.h"
 #include "FirmwareSource.h"
+#include "MinimalElf.h"
+#include "SpecialFiles.h"
+#include "TestSupport.h"
 
 using namespace vestrel::symbols;
 using vestrel::simulator::kFirmwareFunctions;
@@ -115,6 +119,34 @@ TEST(ElfSymbols, LinesAreTheAssemblersLines) {
   EXPECT_EQ(symbols.lineAt(loop + 2)->line, hotLine);  // inside the same instruction
   EXPECT_EQ(symbols.lineAt(loop + 4)->line, hotLine + 1);
   EXPECT_EQ(symbols.describe(loop), "filter_sample+0x18 (demo_firmware.s:" + std::to_string(hotLine) + ")");
+}
+
+TEST(ElfSymbols, ControlCharactersInNamesAreEscaped) {
+  if (!elfSymbolsAvailable()) GTEST_SKIP() << kNoElfReader;
+  vestrel_test::ScratchDirectory dir;
+  const std::string path = dir.file("evil.elf");
+  {
+    std::ofstream out(path, std::ios::binary);
+    out << vestrel_test::minimalElf({{"evil\x1b[2J\x07name", 0x100, 8}, {"plain", 0x108, 4}});
+  }
+  const SymbolTable symbols = loadElfSymbols(path);
+  ASSERT_NE(symbols.functionAt(0x102), nullptr);
+  EXPECT_EQ(symbols.functionAt(0x102)->name, "evil\\x1B[2J\\x07name");
+  EXPECT_EQ(symbols.describe(0x102), "evil\\x1B[2J\\x07name+0x2");
+  EXPECT_EQ(symbols.functionAt(0x108)->name, "plain");
+}
+
+TEST(ElfSymbols, AFifoIsRefusedNotWaitedOn) {
+  if (!elfSymbolsAvailable()) GTEST_SKIP() << kNoElfReader;
+  vestrel_test::ScratchDirectory dir;
+  const std::string fifo = dir.file("firmware.elf");
+  ASSERT_EQ(vestrel_test::makeFifo(fifo), 0);
+  try {
+    loadElfSymbols(fifo);
+    FAIL() << "no error";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()), "cannot read symbols from " + fifo + ": not a regular file");
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "DeviceFile.h"
 #include "PortPath.h"
 #include "TraceEnvironment.h"
 #include "XmlOptions.h"
@@ -90,12 +91,6 @@ std::string prepareRecordOptions(const RecordSettings& settings, const fs::path&
   return "";
 }
 
-std::string readWholeFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path);
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 }  // namespace
 
 int prepareRecordFolder(const RecordSettings& settings, const fs::path& dir) {
@@ -106,13 +101,20 @@ int prepareRecordFolder(const RecordSettings& settings, const fs::path& dir) {
     std::cerr << "vestrel-host: --port " << settings.port << ": no such device\n";
     return 2;
   }
+  // The device: the one the probe simulator knows, or the one described.
+  std::string device = "device_id = 0x0B9AF02F\n";
+  if (!settings.gdbTarget.deviceFile.empty()) {
+    try {
+      device = device::scenarioLines(device::readDeviceFile(settings.gdbTarget.deviceFile));
+    } catch (const std::invalid_argument& fault) {
+      std::cerr << "vestrel-host: --device " << fault.what() << "\n";
+      return 2;
+    }
+  }
   fs::create_directories(dir);
   KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
   // The probe software's checks are played by the probe simulator.
   writeFile(dir / "board.txt", "$ calder\n$ swd\n  swd_debug=enabled\n  swo_data=tdo_pin\n");
-  // The device: the one the probe simulator knows, or the one described.
-  std::string device = "device_id = 0x0B9AF02F\n";
-  if (!settings.gdbTarget.deviceFile.empty()) device = readWholeFile(settings.gdbTarget.deviceFile) + "\n";
   writeFile(dir / "probe-scenario.txt", "board * = " + (dir / "board.txt").string() + "\n" + device);
   KV_ORV::SetEnv("VESTREL_PROBE_SCENARIO", (dir / "probe-scenario.txt").string().c_str());
   try {

@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include "TraceEnvironment.h"
 
@@ -16,7 +17,21 @@ std::string trim(const std::string& text) {
   return text.substr(first, last - first + 1);
 }
 
-std::uint32_t number(const std::string& text) { return static_cast<std::uint32_t>(std::stoul(text, nullptr, 0)); }
+// A 32-bit number as C reads one (decimal, 0x hex, 0 octal), and nothing
+// after it; anything else is a fault of the scenario's line.
+std::uint32_t number(const std::string& text, std::size_t line) {
+  std::size_t used = 0;
+  unsigned long long value = 0;
+  try {
+    if (!text.empty() && text[0] != '-' && text[0] != '+') value = std::stoull(text, &used, 0);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used == 0 || used != text.size() || value > 0xFFFFFFFFull) {
+    throw std::invalid_argument("scenario line " + std::to_string(line) + ": " + text + " is not a 32-bit number");
+  }
+  return static_cast<std::uint32_t>(value);
+}
 
 }  // namespace
 
@@ -30,7 +45,9 @@ Scenario ParseScenario(const std::string& text) {
   Scenario scenario;
   std::istringstream lines(text);
   std::string line;
+  std::size_t lineNumber = 0;
   while (std::getline(lines, line)) {
+    ++lineNumber;
     line = trim(line);
     if (line.empty() || line[0] == '#') continue;
     const auto equals = line.find('=');
@@ -64,13 +81,13 @@ Scenario ParseScenario(const std::string& text) {
     } else if (key == "destroy_identifier") {
       scenario.destroyIdentifierThrows = value == "throw";
     } else if (key == "device_id") {
-      scenario.deviceId = number(value);
+      scenario.deviceId = number(value, lineNumber);
     } else if (key == "device_info") {
       scenario.deviceInfoNull = value == "null";
     } else if (key == "register") {
       scenario.modules[first][second] = value;
     } else if (key == "memory") {
-      scenario.memory[number(first)] = number(value);
+      scenario.memory[number(first, lineNumber)] = number(value, lineNumber);
     } else if (key == "target_adapter") {
       scenario.targetAdapterNull = value == "null";
     }

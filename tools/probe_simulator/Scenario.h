@@ -29,7 +29,8 @@ struct Scenario {
   std::string boardFor(const std::string& cpuName) const;
 };
 
-// Reads the scenario in force now. Unknown keys are ignored.
+// Reads the scenario in force now. Unknown keys are ignored; a number that
+// is not one is a std::invalid_argument naming the line.
 Scenario LoadScenario();
 Scenario ParseScenario(const std::string& text);
 

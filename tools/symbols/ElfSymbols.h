@@ -1,5 +1,7 @@
 // Reads a firmware image's function symbols and line table from an ELF file
-// (32- or 64-bit, any byte order; Thumb addresses have bit 0 cleared). The
+// (32- or 64-bit, any byte order; Thumb addresses have bit 0 cleared).
+// Control characters in names are escaped as \xHH (they reach terminals).
+// Only a regular file is read (a FIFO is refused, not waited on). The
 // Linux build reads it with elfutils; the Windows build has no ELF reader and
 // says so.
 #pragma once

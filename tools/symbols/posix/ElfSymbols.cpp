@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gelf.h>
 #include <libelf.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,12 +13,14 @@
 #include <map>
 #include <stdexcept>
 
+#include "PrintableText.h"
+
 namespace vestrel::symbols {
 
 namespace {
 
 struct OpenFile {
-  explicit OpenFile(const std::string& path) : fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  explicit OpenFile(const std::string& path) : fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
   ~OpenFile() {
     if (fd >= 0) ::close(fd);
   }
@@ -62,7 +65,7 @@ std::vector<FunctionSymbol> functionsOf(Elf* elf, bool thumb) {
       std::uint64_t start = symbol.st_value;
       if (thumb) start &= ~std::uint64_t{1};
       if (start > 0xFFFFFFFFu) continue;  // trace addresses are 32-bit
-      functions.push_back({name, static_cast<std::uint32_t>(start),
+      functions.push_back({text::printable(name), static_cast<std::uint32_t>(start),
                            static_cast<std::uint32_t>(symbol.st_size > 0xFFFFFFFFu ? 0xFFFFFFFFu : symbol.st_size)});
     }
   }
@@ -94,7 +97,7 @@ void linesOf(Elf* elf, std::vector<std::string>& files, std::vector<LineRow>& ro
         const char* file = dwarf_linesrc(line, nullptr, nullptr);
         const auto [entry, added] =
             fileIndex.emplace(file != nullptr ? file : "?", static_cast<std::uint32_t>(files.size()));
-        if (added) files.push_back(entry->first);
+        if (added) files.push_back(text::printable(entry->first));
         rows.push_back({static_cast<std::uint32_t>(address), entry->second,
                         static_cast<std::uint32_t>(number < 0 ? 0 : number), end});
       }
@@ -109,8 +112,13 @@ bool elfSymbolsAvailable() { return true; }
 
 SymbolTable loadElfSymbols(const std::string& path) {
   if (elf_version(EV_CURRENT) == EV_NONE) fail(path, "libelf is out of date");
+  // Opened without waiting (a FIFO would wait for a writer) and read only
+  // when it is a regular file.
   OpenFile file(path);
   if (file.fd < 0) fail(path, std::strerror(errno));
+  struct stat status {};
+  if (::fstat(file.fd, &status) != 0) fail(path, std::strerror(errno));
+  if (!S_ISREG(status.st_mode)) fail(path, "not a regular file");
   ElfHandle elf(file.fd);
   if (elf.elf == nullptr || elf_kind(elf.elf) != ELF_K_ELF) fail(path, "not an ELF file");
   GElf_Ehdr header;
