@@ -45,10 +45,11 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
 
 TEST(HandlerStack, AnExitClosesTheHandlerAndAnyWhoseExitWasLost) {
   HandlerStack stack;
-  EXPECT_EQ(stack.enter(15, 10), 0u);
-  EXPECT_EQ(stack.enter(19, 20), 1u);
-  EXPECT_EQ(stack.enter(20, 25), 2u);
   std::vector<HandlerRun> ended;
+  const auto none = [](const HandlerRun&) { FAIL() << "nothing is closed by these entries"; };
+  EXPECT_EQ(stack.enter(15, 10, none), 0u);
+  EXPECT_EQ(stack.enter(19, 20, none), 1u);
+  EXPECT_EQ(stack.enter(20, 25, none), 2u);
   stack.exit(99, 28, [&](const HandlerRun& run) { ended.push_back(run); });
   EXPECT_TRUE(ended.empty());  // not running: closes nothing
   stack.exit(19, 30, [&](const HandlerRun& run) { ended.push_back(run); });
@@ -65,6 +66,30 @@ TEST(HandlerStack, AnExitClosesTheHandlerAndAnyWhoseExitWasLost) {
   EXPECT_EQ(ended[2].how, HandlerRun::End::CaptureEnded);
   EXPECT_EQ(ended[2].end, 50u);
   EXPECT_EQ(stack.depth(), 0u);
+}
+
+TEST(HandlerStack, AnEntryPastFiveHundredAndTwelveClosesEveryOpenRun) {
+  HandlerStack stack;
+  std::vector<HandlerRun> ended;
+  const auto end = [&](const HandlerRun& run) { ended.push_back(run); };
+  for (std::uint64_t i = 0; i < HandlerStack::kMaxDepth; ++i) stack.enter(static_cast<std::uint16_t>(i), i, end);
+  EXPECT_TRUE(ended.empty());
+  EXPECT_EQ(stack.depth(), 512u);
+  EXPECT_EQ(stack.enter(7, 1000, end), 0u);  // the 513th: corrupt, the stack starts again
+  ASSERT_EQ(ended.size(), 512u);
+  EXPECT_EQ(ended.front().exception, 511);
+  EXPECT_EQ(ended.back().exception, 0);
+  EXPECT_EQ(ended.back().how, HandlerRun::End::Reset);
+  EXPECT_EQ(ended.back().end, 1000u);
+  EXPECT_EQ(stack.resets(), 1u);
+  EXPECT_EQ(stack.depth(), 1u);
+  ended.clear();
+  stack.exit(511, 1001, end);  // closed by the reset: no longer running
+  EXPECT_TRUE(ended.empty());
+  stack.exit(7, 1002, end);
+  ASSERT_EQ(ended.size(), 1u);
+  EXPECT_EQ(ended[0].serial, 512u);
+  EXPECT_EQ(ended[0].how, HandlerRun::End::Exited);
 }
 
 TEST(ReportCollector, RunsAndTheirNesting) {

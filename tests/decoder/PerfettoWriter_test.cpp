@@ -16,9 +16,10 @@ using nlohmann::json;
 namespace {
 
 json timelineOf(const std::string& bytes, Timing timing = {}, std::set<std::uint32_t> counters = {},
-                const vestrel::symbols::SymbolTable* symbols = nullptr) {
+                const vestrel::symbols::SymbolTable* symbols = nullptr,
+                std::uint64_t maxEvents = PerfettoWriter::kMaxEvents) {
   OutputBuffer out;
-  PerfettoWriter timeline(out, timing, counters, symbols);
+  PerfettoWriter timeline(out, timing, counters, symbols, maxEvents);
   PacketTimer timer([&](const Packet& p, PacketTime time) { timeline.write(p, time); });
   ItmDecoder decoder([&](const Packet& p) { timer.add(p); });
   decoder.feed(bytes);
@@ -126,4 +127,38 @@ TEST(PerfettoTimeline, PcSamplesAreNamedByTheirFunction) {
   EXPECT_EQ(samples[0]["args"]["at"], "filter_sample+0x4 (fw.s:81)");
   EXPECT_EQ(samples[1]["name"], "pc 0x00000200");  // in no function
   EXPECT_EQ(samples[1]["ts"], 5);
+}
+
+// A full timeline: every slice begun is ended, what did not fit is counted
+// and said in a last marker.
+TEST(PerfettoTimeline, AFullTimelineEndsEverySliceItBeganAndSaysWhatWasLeftOut) {
+  // Room for two: SysTick and IRQ 3 entered; their ends must follow.
+  const json document = timelineOf(kNested, {}, {}, nullptr, 2);
+  const std::vector<json> begins = eventsOf(document, "B");
+  const std::vector<json> ends = eventsOf(document, "E");
+  ASSERT_EQ(begins.size(), 2u);
+  ASSERT_EQ(ends.size(), 2u);
+  EXPECT_EQ(ends[0]["name"], "IRQ 3");
+  EXPECT_EQ(ends[1]["name"], "SysTick");
+  const std::vector<json> instants = eventsOf(document, "i");
+  ASSERT_EQ(instants.size(), 1u);
+  // Left out: the two returns.
+  EXPECT_EQ(instants[0]["name"], "timeline full: 2 more events left out (it holds at most 2)");
+  EXPECT_EQ(instants[0]["tid"], PerfettoWriter::kMarkerTrack);
+}
+
+TEST(PerfettoTimeline, EntriesNeverExitedResetTheStackAtFiveHundredAndTwelveAndSaySo) {
+  std::string bytes;
+  for (int i = 0; i < 513; ++i) bytes += std::string("\x0E\x0F\x10", 3);  // SysTick entered, again and again
+  bytes += std::string("\xC0\x05", 2);
+  const json document = timelineOf(bytes);
+  EXPECT_EQ(eventsOf(document, "B").size(), 513u);
+  const std::vector<json> ends = eventsOf(document, "E");
+  ASSERT_EQ(ends.size(), 513u);
+  EXPECT_EQ(ends[0]["args"]["closed"], "the handler stack passed 512 entries: corrupt trace");
+  EXPECT_EQ(ends[511]["args"]["closed"], "the handler stack passed 512 entries: corrupt trace");
+  EXPECT_EQ(ends[512]["args"]["closed"], "at the end of the capture");
+  const std::vector<json> instants = eventsOf(document, "i");
+  ASSERT_EQ(instants.size(), 1u);
+  EXPECT_EQ(instants[0]["name"], "corrupt trace: the handler stack passed 512 entries; every open handler closed");
 }

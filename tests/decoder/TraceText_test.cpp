@@ -136,6 +136,38 @@ TEST(TraceText, FixedPointNumbersOfEveryMagnitude) {
   EXPECT_EQ(fixed(std::numeric_limits<double>::quiet_NaN(), 3), "null");
 }
 
+// One-byte stimulus writes of text on port 0.
+std::string portText(const std::string& text) {
+  std::string bytes;
+  for (const char c : text) {
+    bytes += '\x01';
+    bytes += c;
+  }
+  return bytes;
+}
+
+TEST(TraceText, ALineLongerThanTheLimitComesInPartsThatSaySo) {
+  const std::size_t limit = StimulusLines::kMaxLineBytes;
+  const std::string line = std::string(limit, 'a') + std::string(limit, 'b') + "cd";
+  const std::string text = textOf(portText(line + "\n"));
+  // (compared as booleans: a failure must not print 32 KiB)
+  EXPECT_TRUE(text == "[0+] port 0: " + std::string(limit, 'a') + " [the line goes on]\n" +
+                          "[0+] port 0: " + std::string(limit, 'b') + " [the line goes on]\n" + "[0+] port 0: cd\n")
+      << text.size() << " bytes, ending " << text.substr(text.size() - 60);
+  const std::string json = jsonOf(portText(std::string(limit, 'x') + "y\n"));
+  EXPECT_NE(json.find("\"text\":\"" + std::string(limit, 'x') + "\",\"continues\":true,"), std::string::npos);
+  EXPECT_NE(json.find("\"text\":\"y\",\"cycles\""), std::string::npos) << json.substr(json.size() - 100);
+}
+
+TEST(TraceText, APartEndsOnACharacterBoundary) {
+  const std::size_t limit = StimulusLines::kMaxLineBytes;
+  // The euro sign's three bytes would straddle the limit: it begins the next part.
+  const std::string text = textOf(portText(std::string(limit - 1, 'a') + "\xE2\x82\xAC" + "z\n"));
+  EXPECT_TRUE(text == "[0+] port 0: " + std::string(limit - 1, 'a') + " [the line goes on]\n" +
+                          "[0+] port 0: \xE2\x82\xAC" + "z\n")
+      << text.size() << " bytes, ending " << text.substr(text.size() - 60);
+}
+
 TEST(TraceText, EachEventHasItsLine) {
   EXPECT_EQ(textOf("\x70"), "[0+] overflow: the target dropped trace packets\n");
   EXPECT_EQ(textOf(std::string("\x17\x78\x56\x34\x12", 5)), "[0+] pc sample 0x12345678\n");

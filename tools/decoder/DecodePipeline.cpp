@@ -162,6 +162,7 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   }
   if (timeline) {
     timeline->finish();
+    result.timelineLeftOut = timeline->leftOut();
     if (!timelineOutput->flush()) result.writeFailed("perfetto", errno);
   }
   if (!output.flush()) result.writeFailed("output", errno);

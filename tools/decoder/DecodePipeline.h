@@ -54,6 +54,8 @@ struct DecodeResult {
   // Why following ended: "" (not following), "stopped", "deleted", "replaced", "idle".
   std::string followEnd;
   DecoderStatistics statistics;
+  // Timeline events left out because it was full (PerfettoWriter::kMaxEvents).
+  std::uint64_t timelineLeftOut = 0;
   // With WriteFailed: which output ("output", "html", "perfetto") and the
   // system's error number then (0: none known). The first failure is kept.
   std::string failedOutput;

@@ -34,6 +34,7 @@ void drawRun(OutputBuffer& out, const ReportData& data, const HandlerRun& run, c
                               : "") +
                (run.how == HandlerRun::End::ExitLost       ? " (its exit was lost)"
                 : run.how == HandlerRun::End::CaptureEnded ? " (still running when the capture ended)"
+                : run.how == HandlerRun::End::Reset        ? " (closed: the handler stack passed 512 entries)"
                                                            : ""));
   out.append("</title></rect>\n");
 }

@@ -5,8 +5,8 @@
 namespace vestrel::decode {
 
 PerfettoWriter::PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts,
-                               const symbols::SymbolTable* symbols)
-    : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)), symbols_(symbols) {
+                               const symbols::SymbolTable* symbols, std::uint64_t maxEvents)
+    : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)), symbols_(symbols), maxEvents_(maxEvents) {
   const bool microseconds = timing_.clockHz && *timing_.clockHz > 0;
   out_.append("{\"displayTimeUnit\":\"ns\",\"metadata\":{\"source\":\"vestrel-decode\",\"time-unit\":\"");
   out_.append(microseconds ? "microseconds" : "cycles");
@@ -34,8 +34,19 @@ void PerfettoWriter::time(std::uint64_t cycles) {
   }
 }
 
-void PerfettoWriter::event(const char* phase, int track, const std::string& name, std::uint64_t cycles,
-                           const std::string& args) {
+bool PerfettoWriter::admit(bool always) {
+  if (always || events_ < maxEvents_) {
+    ++events_;
+    return true;
+  }
+  ++leftOut_;
+  return false;
+}
+
+bool PerfettoWriter::event(const char* phase, int track, const std::string& name, std::uint64_t cycles,
+                           const std::string& args, bool always) {
+  lastCycles_ = cycles;
+  if (!admit(always)) return false;
   out_.append(",\n{\"name\":\"");
   appendJsonString(out_, name);
   out_.append("\",\"ph\":\"");
@@ -50,7 +61,22 @@ void PerfettoWriter::event(const char* phase, int track, const std::string& name
     out_.append(args);
   }
   out_.append("}");
-  lastCycles_ = cycles;
+  return true;
+}
+
+// A slice ends where its beginning was written; a run that began after the
+// timeline was full is only counted.
+void PerfettoWriter::closeRun(const HandlerRun& run) {
+  if (firstHiddenRun_ && run.serial >= *firstHiddenRun_) {
+    ++leftOut_;
+    return;
+  }
+  const char* closed = run.how == HandlerRun::End::Exited         ? ""
+                       : run.how == HandlerRun::End::ExitLost     ? "{\"closed\":\"its exit was lost\"}"
+                       : run.how == HandlerRun::End::CaptureEnded ? "{\"closed\":\"at the end of the capture\"}"
+                                                                  : "{\"closed\":\"the handler stack passed 512 "
+                                                                    "entries: corrupt trace\"}";
+  event("E", kCpuTrack, exceptionName(run.exception), run.end, closed, true);
 }
 
 void PerfettoWriter::write(const Packet& p, PacketTime when) {
@@ -59,6 +85,8 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
     case PacketKind::Instrumentation:
       if (counterPorts_.count(p.port) != 0) {
         const int track = kFirstPortTrack + static_cast<int>(p.port);
+        lastCycles_ = cycles;
+        if (!admit(false)) return;
         out_.append(",\n{\"name\":\"port ");
         out_.appendDecimal(p.port);
         out_.append("\",\"ph\":\"C\",\"pid\":1,\"tid\":");
@@ -68,7 +96,6 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
         out_.append(",\"args\":{\"value\":");
         out_.appendDecimal(p.value);
         out_.append("}}");
-        lastCycles_ = cycles;
         return;
       }
       lines_.add(p, when, [this](const StimulusLines::Line& line) {
@@ -80,13 +107,15 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
     case PacketKind::ExceptionTrace: {
       const std::string name = exceptionName(p.exception);
       if (p.function == ExceptionFunction::Entered) {
-        handlers_.enter(p.exception, cycles);
-        event("B", kCpuTrack, name, cycles);
+        const std::uint64_t resets = handlers_.resets();
+        handlers_.enter(p.exception, cycles, [this](const HandlerRun& run) { closeRun(run); });
+        if (handlers_.resets() != resets) {
+          event("i", kMarkerTrack, "corrupt trace: the handler stack passed 512 entries; every open handler closed",
+                cycles);
+        }
+        if (!event("B", kCpuTrack, name, cycles) && !firstHiddenRun_) firstHiddenRun_ = handlers_.entries() - 1;
       } else if (p.function == ExceptionFunction::Exited) {
-        handlers_.exit(p.exception, cycles, [this](const HandlerRun& run) {
-          event("E", kCpuTrack, exceptionName(run.exception), run.end,
-                run.how == HandlerRun::End::Exited ? "" : "{\"closed\":\"its exit was lost\"}");
-        });
+        handlers_.exit(p.exception, cycles, [this](const HandlerRun& run) { closeRun(run); });
       } else if (p.function == ExceptionFunction::Returned) {
         event("i", kCpuTrack, "return to " + name, cycles);
       }
@@ -136,9 +165,13 @@ void PerfettoWriter::finish() {
     if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));
     event("i", track, line.text, line.time.cycles);
   });
-  handlers_.finish(lastCycles_, [this](const HandlerRun& run) {
-    event("E", kCpuTrack, exceptionName(run.exception), run.end, "{\"closed\":\"at the end of the capture\"}");
-  });
+  handlers_.finish(lastCycles_, [this](const HandlerRun& run) { closeRun(run); });
+  if (leftOut_ > 0) {
+    event("i", kMarkerTrack,
+          "timeline full: " + std::to_string(leftOut_) + " more events left out (it holds at most " +
+              std::to_string(maxEvents_) + ")",
+          lastCycles_, "", true);
+  }
   out_.append("\n]}\n");
 }
 

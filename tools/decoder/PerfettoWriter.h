@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,12 +26,18 @@ namespace vestrel::decode {
 class PerfettoWriter {
  public:
   // symbols (may be null): PC samples are named by their function.
+  // At most this many events are written (some 100 bytes each); the rest are
+  // counted, and the timeline ends with a marker that says how many.
+  static constexpr std::uint64_t kMaxEvents = 500000;
+
   PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts,
-                 const symbols::SymbolTable* symbols = nullptr);
+                 const symbols::SymbolTable* symbols = nullptr, std::uint64_t maxEvents = kMaxEvents);
 
   void write(const Packet& packet, PacketTime time);
   // Closes open slices and the document.
   void finish();
+  // Events not written because the timeline was full.
+  std::uint64_t leftOut() const { return leftOut_; }
 
   static constexpr int kCpuTrack = 1;
   static constexpr int kPcTrack = 2;
@@ -38,7 +45,12 @@ class PerfettoWriter {
   static constexpr int kFirstPortTrack = 100;  // + port number
 
  private:
-  void event(const char* phase, int track, const std::string& name, std::uint64_t cycles, const std::string& args = "");
+  // False when the event was left out (the timeline is full and it is not
+  // one that must be written: the end of a slice whose beginning was).
+  bool event(const char* phase, int track, const std::string& name, std::uint64_t cycles, const std::string& args = "",
+             bool always = false);
+  bool admit(bool always);
+  void closeRun(const HandlerRun& run);
   void trackName(int track, const std::string& name);
   void time(std::uint64_t cycles);
 
@@ -51,6 +63,10 @@ class PerfettoWriter {
   std::set<std::uint32_t> portsNamed_;
   std::uint64_t lastCycles_ = 0;
   bool first_ = true;
+  std::uint64_t maxEvents_;
+  std::uint64_t events_ = 0;
+  std::uint64_t leftOut_ = 0;
+  std::optional<std::uint64_t> firstHiddenRun_;  // runs from this serial on have no slice
 };
 
 }  // namespace vestrel::decode

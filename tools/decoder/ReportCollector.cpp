@@ -55,7 +55,11 @@ void ReportCollector::write(const Packet& p, PacketTime time) {
       return;
     case PacketKind::ExceptionTrace:
       if (p.function == ExceptionFunction::Entered) {
-        handlers_.enter(p.exception, time.cycles);
+        const std::uint64_t resets = handlers_.resets();
+        handlers_.enter(p.exception, time.cycles, [this](const HandlerRun& run) { ended(run); });
+        if (handlers_.resets() != resets) {
+          marker(time.cycles, "corrupt trace: the handler stack passed 512 entries; every open handler closed");
+        }
       } else if (p.function == ExceptionFunction::Exited) {
         handlers_.exit(p.exception, time.cycles, [this](const HandlerRun& run) { ended(run); });
       }

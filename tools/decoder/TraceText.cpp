@@ -64,6 +64,17 @@ void appendPrintable(OutputBuffer& out, const std::string& text) {
 
 }  // namespace
 
+std::size_t StimulusLines::partEnd(const std::string& text) {
+  std::size_t start = text.size();
+  while (start > 0 && text.size() - start < 4 && (static_cast<unsigned char>(text[start - 1]) & 0xC0) == 0x80) {
+    --start;
+  }
+  if (start == 0) return text.size();
+  const auto lead = static_cast<unsigned char>(text[start - 1]);
+  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+  return start - 1 + length > text.size() ? start - 1 : text.size();
+}
+
 // --- text ----------------------------------------------------------------------------
 
 void TextWriter::where(std::uint64_t pc) {
@@ -97,6 +108,7 @@ void TextWriter::textLine(const StimulusLines::Line& line) {
   out_.appendDecimal(line.port);
   out_.append(": ");
   appendPrintable(out_, line.text);
+  if (line.continues) out_.append(" [the line goes on]");
   out_.append('\n');
 }
 
@@ -277,6 +289,7 @@ void JsonWriter::textLine(const StimulusLines::Line& line) {
   out_.append(",\"text\":\"");
   appendJsonString(out_, line.text);
   out_.append('"');
+  if (line.continues) out_.append(",\"continues\":true");
   time(line.time);
   out_.append("}\n");
 }

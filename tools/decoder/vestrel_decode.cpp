@@ -22,6 +22,7 @@
 #include "DecodePipeline.h"
 #include "ElfSymbols.h"
 #include "Endpoint.h"
+#include "PerfettoWriter.h"
 #include "TraceClient.h"
 
 using namespace vestrel::decode;
@@ -136,6 +137,10 @@ struct OutputFile {
 };
 
 int report(const std::string& source, const DecodeResult& result, const Settings& settings) {
+  if (result.timelineLeftOut > 0) {
+    std::cerr << "vestrel-decode: " << settings.perfetto << " holds the first " << PerfettoWriter::kMaxEvents
+              << " events; " << result.timelineLeftOut << " more were left out (its last marker says so)\n";
+  }
   if (result.followEnd == "deleted" || result.followEnd == "replaced") {
     std::cerr << "vestrel-decode: " << source << " was " << result.followEnd << "; stopped following it\n";
   }
