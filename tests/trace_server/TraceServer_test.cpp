@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <asio.hpp>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -18,6 +21,7 @@
 
 #include "CaptureFollower.h"
 #include "Endpoint.h"
+#include "ProcessResources.h"
 #include "TestSupport.h"
 #include "TraceClient.h"
 
@@ -60,6 +64,13 @@ struct Logged {
       std::lock_guard<std::mutex> guard(mutex);
       lines.push_back(line);
     };
+  }
+  bool anyContains(const std::string& part) {
+    std::lock_guard<std::mutex> guard(mutex);
+    for (const auto& line : lines) {
+      if (line.find(part) != std::string::npos) return true;
+    }
+    return false;
   }
   bool anyStartsWith(const std::string& prefix) {
     std::lock_guard<std::mutex> guard(mutex);
@@ -168,6 +179,71 @@ TEST(TraceServer, AClientThatLeavesMidStreamChangesNothingForTheRest) {
   reader.join();
   EXPECT_TRUE(got == stream) << got.size() << " of " << stream.size();
   EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+}
+
+TEST(TraceServer, ClientsBeyondTheMostServedAreRefusedWithALine) {
+  Logged logged;
+  auto server = std::make_unique<TraceServer>(loopback(), logged.log(), TraceServer::kDefaultClientQueue, 2);
+  auto first = std::make_unique<TraceClient>(server->endpoint());
+  TraceClient second(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 2; }));
+  TraceClient third(server->endpoint());
+  std::uint8_t byte = 0;
+  EXPECT_EQ(third.read(&byte, 1), 0) << "the third client is closed at once";
+  EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+  EXPECT_TRUE(
+      waitFor([&] { return logged.anyContains(" refused: 2 clients are served already (--serve-max-clients)"); }));
+  EXPECT_EQ(server->clientCount(), 2u);
+  first.reset();  // room for one again
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+  TraceClient fourth(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 2; }));
+  const std::vector<std::uint8_t> stream = bytes(1000, 9);
+  server->publish(stream.data(), stream.size());
+  server->drain();
+  server.reset();
+  EXPECT_TRUE(readAll(fourth) == stream);
+}
+
+// Out of descriptors, accepting fails; the server says so and accepts
+// again once descriptors are free (it used to stop accepting for good).
+TEST(TraceServer, AcceptingGoesOnOnceDescriptorsAreFreeAgain) {
+  if (!vestrel_test::limitOpenHandles(1000)) {
+    GTEST_SKIP() << "Windows has no per-process handle limit to lower; the retry after a failed accept is the same "
+                    "code on both platforms";
+  }
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        Logged logged;
+        auto server = std::make_unique<TraceServer>(loopback(), logged.log());
+        asio::io_context io;
+        asio::ip::tcp::socket client(io);
+        vestrel_test::limitOpenHandles(32);
+        // Every descriptor taken but one, which the client's socket takes:
+        // none is left for the server to accept it with.
+        std::vector<std::FILE*> filler;
+        while (std::FILE* file = std::fopen("/dev/null", "rb")) filler.push_back(file);
+        if (filler.empty()) std::exit(2);
+        std::fclose(filler.back());
+        filler.pop_back();
+        asio::error_code error;
+        client.connect(asio::ip::tcp::endpoint(asio::ip::make_address("127.0.0.1"), server->endpoint().port), error);
+        if (error) std::exit(3);
+        if (!waitFor([&] { return logged.anyStartsWith("cannot accept a client: "); })) std::exit(4);
+        for (std::FILE* file : filler) std::fclose(file);
+        if (!waitFor([&] { return logged.anyStartsWith("accepting clients again"); })) std::exit(5);
+        if (!waitFor([&] { return server->clientCount() == 1; })) std::exit(6);
+        const std::vector<std::uint8_t> stream = bytes(1000, 10);
+        server->publish(stream.data(), stream.size());
+        server->drain();
+        server.reset();
+        std::vector<std::uint8_t> got(2000);
+        const std::size_t read = asio::read(client, asio::buffer(got), error);
+        got.resize(read);
+        std::exit(got == stream ? 0 : 7);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 TEST(TraceServer, APortThatIsTakenFailsAtOnceWithItsAddress) {

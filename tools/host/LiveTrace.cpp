@@ -109,7 +109,8 @@ struct LiveTrace::Decoding {
 LiveTrace::LiveTrace(const LiveSettings& settings, LiveConsole& console) : settings_(settings), console_(console) {
   if (settings_.serve) {
     server_ = std::make_unique<live::TraceServer>(
-        *settings_.serve, [this](const std::string& line) { console_.lines("vestrel-host: " + line + "\n"); });
+        *settings_.serve, [this](const std::string& line) { console_.lines("vestrel-host: " + line + "\n"); },
+        live::TraceServer::kDefaultClientQueue, settings_.maxClients);
     console_.lines("serving the raw SWO stream on " + server_->endpoint().text() + "\n");
   }
 }

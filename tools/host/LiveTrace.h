@@ -23,6 +23,7 @@ namespace vestrel::host {
 
 struct LiveSettings {
   std::optional<live::Endpoint> serve;
+  std::size_t maxClients = live::TraceServer::kDefaultMaxClients;  // served at once
   bool decode = false;
   std::set<std::uint32_t> ports;  // stimulus ports whose text is shown; empty: all
   bool events = false;            // every exception, PC sample and DWT event shown too

@@ -38,6 +38,9 @@ int main(int argc, char** argv) {
   std::vector<std::uint32_t> demoPorts, recordPorts;
   bool demoDecode = false, demoNoDecode = false;
   demoCommand->add_option("--serve", demoServe, "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1)");
+  demoCommand->add_option("--serve-max-clients", demoSettings.live.maxClients, "with --serve: clients served at once")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000));
   demoCommand->add_flag("--decode", demoDecode, "show the stimulus text as it arrives (the default on a terminal)");
   demoCommand->add_flag("--no-decode", demoNoDecode, "do not show the decoded trace as it arrives");
   demoCommand->add_flag("--decode-events", demoSettings.live.events,
@@ -60,6 +63,9 @@ int main(int argc, char** argv) {
   recordCommand->add_flag("--force", recording.force, "replace an existing --output file");
   recordCommand->add_option("--serve", recordServe,
                             "serve the raw SWO stream over TCP at [HOST:]PORT (host 127.0.0.1) while recording");
+  recordCommand->add_option("--serve-max-clients", recording.live.maxClients, "with --serve: clients served at once")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 10000));
   recordCommand->add_flag("--decode", recording.live.decode, "show the stimulus text as it arrives");
   recordCommand->add_flag("--decode-events", recording.live.events,
                           "with --decode: every exception, PC sample and DWT event too (thousands a second)");

@@ -33,8 +33,13 @@ struct Client {
 }  // namespace
 
 struct TraceServer::Impl {
-  Impl(const Endpoint& endpoint, Log logLine, std::size_t limit)
-      : work(asio::make_work_guard(io)), acceptor(io), log(std::move(logLine)), queueLimit(limit) {
+  Impl(const Endpoint& endpoint, Log logLine, std::size_t limit, std::size_t most)
+      : work(asio::make_work_guard(io)),
+        acceptor(io),
+        retry(io),
+        log(std::move(logLine)),
+        queueLimit(limit),
+        maxClients(most) {
     asio::error_code error;
     const auto address = asio::ip::make_address(endpoint.host, error);
     if (error) throw std::runtime_error("cannot serve on " + endpoint.text() + ": " + error.message());
@@ -52,11 +57,32 @@ struct TraceServer::Impl {
 
   void accept() {
     acceptor.async_accept([this](const asio::error_code& error, tcp::socket socket) {
-      if (error) return;  // closed
+      if (error == asio::error::operation_aborted || !acceptor.is_open()) return;  // closed
+      if (error) {
+        // Out of descriptors, say: said once, tried again until it works.
+        if (!acceptFailing && log) log("cannot accept a client: " + error.message() + "; trying again");
+        acceptFailing = true;
+        retry.expires_after(std::chrono::milliseconds(100));
+        retry.async_wait([this](const asio::error_code& stopped) {
+          if (!stopped) accept();
+        });
+        return;
+      }
+      if (acceptFailing && log) log("accepting clients again");
+      acceptFailing = false;
       auto client = std::make_shared<Client>(std::move(socket));
       asio::error_code ignored;
       const auto peer = client->socket.remote_endpoint(ignored);
       client->name = peer.address().to_string() + ":" + std::to_string(peer.port());
+      if (clients.size() >= maxClients) {
+        if (log) {
+          log("client " + client->name + " refused: " + std::to_string(maxClients) +
+              " clients are served already (--serve-max-clients)");
+        }
+        client->socket.close(ignored);
+        accept();
+        return;
+      }
       client->socket.set_option(tcp::no_delay(true), ignored);
       clients.push_back(client);
       clientCount = clients.size();
@@ -141,16 +167,19 @@ struct TraceServer::Impl {
   asio::io_context io;
   asio::executor_work_guard<asio::io_context::executor_type> work;
   tcp::acceptor acceptor;
+  asio::steady_timer retry;  // the next accept after one that failed
+  bool acceptFailing = false;
   Log log;
   std::size_t queueLimit;
+  std::size_t maxClients;
   Endpoint bound;
   std::vector<std::shared_ptr<Client>> clients;  // touched on the server's thread only
   std::atomic<std::size_t> clientCount{0};
   std::thread thread;
 };
 
-TraceServer::TraceServer(const Endpoint& endpoint, Log log, std::size_t clientQueueLimit)
-    : impl_(std::make_unique<Impl>(endpoint, std::move(log), clientQueueLimit)) {}
+TraceServer::TraceServer(const Endpoint& endpoint, Log log, std::size_t clientQueueLimit, std::size_t maxClients)
+    : impl_(std::make_unique<Impl>(endpoint, std::move(log), clientQueueLimit, maxClients)) {}
 
 TraceServer::~TraceServer() {
   Impl& impl = *impl_;
@@ -158,6 +187,7 @@ TraceServer::~TraceServer() {
   asio::post(impl.io, [&impl] {
     asio::error_code ignored;
     impl.acceptor.close(ignored);
+    impl.retry.cancel();
     for (const auto& client : std::vector<std::shared_ptr<Client>>(impl.clients)) {
       client->finishing = true;
       if (!client->writing) impl.close(client);

@@ -3,7 +3,10 @@
 // orbuculum's clients): every byte published after a client connected goes
 // to it, in order. A client that stops reading never slows the others or
 // the publisher: its queue is bounded, and when it overflows the client is
-// disconnected with a log line, never given a stream with holes.
+// disconnected with a log line, never given a stream with holes. At most
+// maxClients are served at once; one more is refused with a log line. When
+// accepting fails (the process is out of file descriptors, say) the failure
+// is logged and accepting goes on once it can.
 #pragma once
 
 #include <cstddef>
@@ -20,10 +23,12 @@ class TraceServer {
  public:
   using Log = std::function<void(const std::string&)>;
   static constexpr std::size_t kDefaultClientQueue = std::size_t{8} << 20;
+  static constexpr std::size_t kDefaultMaxClients = 64;
 
   // Listens at once; throws std::runtime_error "cannot serve on HOST:PORT:
   // <reason>" when the address cannot be had (a port that is taken, say).
-  TraceServer(const Endpoint& endpoint, Log log, std::size_t clientQueueLimit = kDefaultClientQueue);
+  TraceServer(const Endpoint& endpoint, Log log, std::size_t clientQueueLimit = kDefaultClientQueue,
+              std::size_t maxClients = kDefaultMaxClients);
   // Closes every connection (clients see the end of the stream) and stops.
   ~TraceServer();
   TraceServer(const TraceServer&) = delete;

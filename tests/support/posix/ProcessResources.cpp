@@ -1,6 +1,7 @@
 #include "../ProcessResources.h"
 
 #include <dirent.h>
+#include <sys/resource.h>
 
 #include <fstream>
 #include <string>
@@ -25,6 +26,13 @@ std::size_t entriesIn(const char* directory) {
 std::size_t threadCount() { return entriesIn("/proc/self/task"); }
 // Less the descriptor of the listing itself.
 std::size_t handleCount() { return entriesIn("/proc/self/fd") - 1; }
+
+bool limitOpenHandles(std::size_t room) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
+  limit.rlim_cur = static_cast<rlim_t>(handleCount() + room);
+  return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
 
 std::size_t peakMemoryBytes() {
   std::ifstream status("/proc/self/status");

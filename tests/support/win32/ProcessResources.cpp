@@ -46,4 +46,7 @@ std::size_t peakMemoryBytes() {
   return counters.PeakWorkingSetSize;
 }
 
+// Windows has no per-process handle limit that a process may lower.
+bool limitOpenHandles(std::size_t) { return false; }
+
 }  // namespace vestrel_test
