@@ -127,12 +127,8 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   } else if (result.status == DecodeResult::Status::Done && options.tdf && !section.complete()) {
     result.status = DecodeResult::Status::SectionCutShort;
   }
-  if (result.status != DecodeResult::Status::Done) {
-    output.flush();
-    result.statistics = decoder.statistics();
-    return result;
-  }
-
+  // However the input ended (a failed read, a section cut short, Ctrl-C),
+  // what was decoded is written out whole: every output is finished.
   decoder.finish();
   timer.release();
   if (options.json) {

@@ -136,7 +136,8 @@ struct OutputFile {
   std::FILE* file = nullptr;
 };
 
-int report(const std::string& source, const DecodeResult& result, const Settings& settings) {
+int report(const std::string& source, const DecodeResult& result, const Settings& settings,
+           const std::string& readError = "") {
   if (result.timelineLeftOut > 0) {
     std::cerr << "vestrel-decode: " << settings.perfetto << " holds the first " << PerfettoWriter::kMaxEvents
               << " events; " << result.timelineLeftOut << " more were left out (its last marker says so)\n";
@@ -148,7 +149,8 @@ int report(const std::string& source, const DecodeResult& result, const Settings
     case DecodeResult::Status::Done:
       return 0;
     case DecodeResult::Status::ReadFailed:
-      std::cerr << "vestrel-decode: cannot read " << source << "\n";
+      std::cerr << "vestrel-decode: cannot read " << source << (readError.empty() ? "" : ": " + readError)
+                << "; what arrived before is decoded and every output finished\n";
       return 1;
     case DecodeResult::Status::NoSection:
       std::cerr << "vestrel-decode: no BinTraceData section in " << source << "\n";
@@ -183,9 +185,22 @@ int runConnected(const Settings& settings) {
     options.perfetto = timeline.file;
     options.html = page.file;
     options.reportSource = endpoint->text();
-    const DecodeResult result =
-        decodeStream([&client](void* buffer, std::size_t size) { return client.read(buffer, size); }, stdout, options);
-    return report(endpoint->text(), result, settings);
+    // Ctrl-C ends the stream as its end would: every output is finished.
+    std::signal(SIGINT, onInterrupt);
+    bool stopped = false;
+    const DecodeResult result = decodeStream(
+        [&client, &stopped](void* buffer, std::size_t size) -> long {
+          while (!interruptRequested()) {
+            const long got = client.read(buffer, size, std::chrono::milliseconds(100));
+            if (got != vestrel::live::TraceClient::kTimedOut) return got;
+          }
+          stopped = true;
+          return 0;
+        },
+        stdout, options);
+    std::signal(SIGINT, SIG_DFL);
+    if (stopped) std::cerr << "vestrel-decode: stopped (Ctrl-C); what arrived is decoded and every output finished\n";
+    return report(endpoint->text(), result, settings, client.lastError());
   } catch (const std::exception& error) {
     std::cerr << "vestrel-decode: " << error.what() << "\n";
     return 1;

@@ -2,6 +2,7 @@
 // arrived, as vestrel-decode --connect does.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -18,6 +19,11 @@ class TraceClient {
   // Bytes read (waiting for at least one), 0 when the server closed the
   // stream, -1 when the connection failed.
   long read(void* buffer, std::size_t size);
+  // The same, waiting at most timeout: kTimedOut when nothing came.
+  static constexpr long kTimedOut = -2;
+  long read(void* buffer, std::size_t size, std::chrono::milliseconds timeout);
+  // Why the last read failed ("" when none did).
+  const std::string& lastError() const;
 
  private:
   struct Impl;
