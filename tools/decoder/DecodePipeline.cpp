@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -23,13 +24,25 @@ namespace vestrel::decode {
 namespace {
 
 // At the end of a followed file: "" to wait for more, else why to stop.
+// The bytes of the file at path from at, as many as fit in expected: true
+// when they are still those that were read there.
+bool stillThere(const std::string& path, std::uint64_t at, const std::string& expected) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file.seekg(static_cast<std::streamoff>(at))) return false;
+  std::string now(expected.size(), '\0');
+  file.read(now.data(), static_cast<std::streamsize>(now.size()));
+  return file.gcount() == static_cast<std::streamsize>(now.size()) && now == expected;
+}
+
 std::string whyFollowingEnds(const DecodeOptions& options, std::uint64_t position,
-                             std::chrono::steady_clock::time_point lastGrowth) {
+                             std::chrono::steady_clock::time_point lastGrowth, const std::string& lastRead) {
   if (options.stop != nullptr && options.stop()) return "stopped";
   std::error_code error;
   if (!std::filesystem::exists(options.followPath, error)) return "deleted";
+  if (options.followIdentity && identityOf(options.followPath) != options.followIdentity) return "replaced";
   const std::uintmax_t size = std::filesystem::file_size(options.followPath, error);
-  if (!error && size < position) return "replaced";
+  if (!error && size < position) return "truncated";
+  if (!stillThere(options.followPath, position - lastRead.size(), lastRead)) return "truncated";
   if (options.idleExitSeconds && std::chrono::duration<double>(std::chrono::steady_clock::now() - lastGrowth).count() >=
                                      *options.idleExitSeconds) {
     return "idle";
@@ -96,7 +109,15 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   std::vector<std::uint8_t> block(options.blockSize);
   std::uint64_t position = 0;
   auto lastGrowth = std::chrono::steady_clock::now();
+  std::string lastRead;  // the last bytes read, which a file followed must keep
+  bool atEnd = false;
   for (;;) {
+    // A followed file that paused is checked before it is read on: one
+    // truncated and grown again would otherwise go on from the old end.
+    if (atEnd) {
+      result.followEnd = whyFollowingEnds(options, position, lastGrowth, lastRead);
+      if (!result.followEnd.empty()) break;
+    }
     const long got = read(block.data(), block.size());
     if (got < 0) {
       result.status = DecodeResult::Status::ReadFailed;
@@ -105,13 +126,22 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
     if (got == 0) {
       if (!options.follow) break;
       output.flush();
-      result.followEnd = whyFollowingEnds(options, position, lastGrowth);
-      if (!result.followEnd.empty()) break;
+      atEnd = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
       continue;
     }
+    atEnd = false;
     const auto size = static_cast<std::size_t>(got);
     position += size;
+    if (options.follow) {
+      constexpr std::size_t kKept = 64;
+      if (size >= kKept) {
+        lastRead.assign(reinterpret_cast<const char*>(block.data()) + size - kKept, kKept);
+      } else {
+        lastRead.append(reinterpret_cast<const char*>(block.data()), size);
+        if (lastRead.size() > kKept) lastRead.erase(0, lastRead.size() - kKept);
+      }
+    }
     lastGrowth = std::chrono::steady_clock::now();
     if (options.tdf) {
       section.feed(block.data(), size, decode);

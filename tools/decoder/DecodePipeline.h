@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 
+#include "FileIdentity.h"
 #include "ItmDecoder.h"
 #include "SymbolTable.h"
 #include "TraceText.h"
@@ -29,8 +30,10 @@ struct DecodeOptions {
 
   // Following a file as it grows (like tail -f): at its end, wait for more
   // instead of ending. It ends when stop() says so (Ctrl-C), when the file
-  // at followPath is deleted or becomes shorter than what was read (replaced
-  // or truncated), or after idleExitSeconds without growth.
+  // at followPath is deleted, replaced by another file (followIdentity, the
+  // one being read, is no longer the one at the path), truncated (shorter
+  // than what was read, or its last bytes read are no longer there), or
+  // after idleExitSeconds without growth.
   // A timeline for the Perfetto UI written here too (null: none), with these
   // stimulus ports as counters.
   std::FILE* perfetto = nullptr;
@@ -45,13 +48,14 @@ struct DecodeOptions {
 
   bool follow = false;
   std::string followPath;
+  std::optional<FileIdentity> followIdentity;
   std::optional<double> idleExitSeconds;
   bool (*stop)() = nullptr;
 };
 
 struct DecodeResult {
   enum class Status { Done, ReadFailed, NoSection, SectionCutShort, WriteFailed } status = Status::Done;
-  // Why following ended: "" (not following), "stopped", "deleted", "replaced", "idle".
+  // Why following ended: "" (not following), "stopped", "deleted", "replaced", "truncated", "idle".
   std::string followEnd;
   DecoderStatistics statistics;
   // Timeline events left out because it was full (PerfettoWriter::kMaxEvents).

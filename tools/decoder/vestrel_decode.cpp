@@ -142,8 +142,10 @@ int report(const std::string& source, const DecodeResult& result, const Settings
     std::cerr << "vestrel-decode: " << settings.perfetto << " holds the first " << PerfettoWriter::kMaxEvents
               << " events; " << result.timelineLeftOut << " more were left out (its last marker says so)\n";
   }
-  if (result.followEnd == "deleted" || result.followEnd == "replaced") {
+  if (result.followEnd == "deleted" || result.followEnd == "truncated") {
     std::cerr << "vestrel-decode: " << source << " was " << result.followEnd << "; stopped following it\n";
+  } else if (result.followEnd == "replaced") {
+    std::cerr << "vestrel-decode: " << source << " was replaced by another file; stopped following it\n";
   }
   switch (result.status) {
     case DecodeResult::Status::Done:
@@ -260,6 +262,7 @@ int run(Settings& settings) {
   if (!settings.follow.empty()) {
     options.follow = true;
     options.followPath = settings.follow;
+    options.followIdentity = identityOf(in);
     if (settings.idleExit > 0) options.idleExitSeconds = settings.idleExit;
     // Ctrl-C ends the following; what was decoded is still written out.
     std::signal(SIGINT, onInterrupt);
