@@ -187,9 +187,11 @@ int demo(const DemoSettings& settings) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    // The recording's time ends here: handing the rest to live clients
+    // (stalled ones included) is not recording.
+    elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     liveTrace.finish();
     console.endStatus();
-    elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::cout << "target halted: " << statusOf(*driver) << "\n";
 
     const std::uint32_t samples = driver->GetNumSamples();
