@@ -5,6 +5,7 @@
 // the same run (a plain read-and-write copy of the same file to the null
 // device by this process), and the targets they are held to.
 // Usage: decode_bench [megabytes]
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -57,6 +58,20 @@ std::vector<std::uint8_t> makeStream(std::size_t size) {
       out.insert(out.end(), {0x17, static_cast<std::uint8_t>(pc), static_cast<std::uint8_t>(pc >> 8),
                              static_cast<std::uint8_t>(pc >> 16), static_cast<std::uint8_t>(pc >> 24), 0x30});
     }
+  }
+  return out;
+}
+
+// Exception trace a corrupt capture may hold: handlers entered and never
+// exited (the stack goes deep), and exits of handlers that are not running.
+std::vector<std::uint8_t> makeHostileExceptions(std::size_t size) {
+  std::vector<std::uint8_t> out;
+  out.reserve(size + 16);
+  for (std::uint32_t n = 0; out.size() < size; ++n) {
+    const std::uint8_t number = static_cast<std::uint8_t>(16 + n % 200);
+    out.insert(out.end(), {0x0E, number, 0x10});                                                 // entered
+    if (n % 2 == 0) out.insert(out.end(), {0x0E, static_cast<std::uint8_t>(number + 1), 0x20});  // exit: not running
+    out.insert(out.end(), {0xC0, 0x05});
   }
   return out;
 }
@@ -160,6 +175,19 @@ int main(int argc, char** argv) {
   const double randomStatisticsRate = median([&] { return decodeRate(randomPath, noise.size(), statistics).rate; });
   const double profileRate = median([&] { return decodeRate(streamPath, stream.size(), profile).rate; });
   const double reportRate = median([&] { return decodeRate(streamPath, stream.size(), report).rate; });
+  // Corrupt exception trace with the report and the timeline: the time
+  // per byte at four times the size, against that at one (1.0: linear).
+  const std::string hostilePath = "decode_bench_exceptions.swo";
+  DecodeOptions hostile = report;
+  std::FILE* timelineFile = std::fopen(kNullDevice, "wb");
+  hostile.perfetto = timelineFile;
+  const std::size_t hostileSmall = std::max<std::size_t>(megabytes * 1000000 / 40, 1000000);
+  write(hostilePath, makeHostileExceptions(hostileSmall));
+  const double hostileSmallRate = median([&] { return decodeRate(hostilePath, hostileSmall, hostile).rate; });
+  write(hostilePath, makeHostileExceptions(4 * hostileSmall));
+  const double hostileLargeRate = median([&] { return decodeRate(hostilePath, 4 * hostileSmall, hostile).rate; });
+  std::remove(hostilePath.c_str());
+  std::fclose(timelineFile);
   std::fclose(reportFile);
   std::remove(streamPath.c_str());
   std::remove(randomPath.c_str());
@@ -179,6 +207,9 @@ int main(int argc, char** argv) {
   row("random bytes, statistics only", randomStatisticsRate, 100);
   row("profile, 4096 functions (--profile)", profileRate, 200);
   row("HTML report (--html)", reportRate, 100);
+  std::printf("  %-34s %9.1f MB/s at %.0f MB, %.1f MB/s at %.0f MB: time per byte grows %.2f times (target <= 1.5)\n",
+              "corrupt exceptions, --html --perfetto", hostileSmallRate, hostileSmall / 1e6, hostileLargeRate,
+              4 * hostileSmall / 1e6, hostileSmallRate / hostileLargeRate);
   std::uint64_t packets = 0;
   for (std::uint64_t count : counted.packets) packets += count;
   std::printf("  (%llu packets, %llu malformed bytes in the stream; %llu malformed runs in the random bytes)\n",

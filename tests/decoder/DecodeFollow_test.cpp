@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -58,7 +59,12 @@ int follow(const std::string& path, const std::string& name, const std::function
          (!fs::exists(out) || readFile(out).find("first 199") == std::string::npos)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  change();
+  try {
+    change();
+  } catch (...) {
+    running.join();  // (it ends at --idle-exit)
+    throw;
+  }
   running.join();
   printed = readFile(out);
   std::erase(printed, '\r');
@@ -66,6 +72,10 @@ int follow(const std::string& path, const std::string& name, const std::function
 }
 
 TEST(DecodeFollow, AFileReplacedByAnotherUnderItsNameIsSaid) {
+  if (vestrel_test::onWindows()) {
+    GTEST_SKIP() << "Windows refuses to replace or delete a file another process has open, as vestrel-decode has the "
+                    "file it follows; the truncation test runs there";
+  }
   const std::string path = "follow-replaced.swo";
   write(path, stimulusLines("first", 200));
   std::string printed;

@@ -70,6 +70,10 @@ void GdbRemoteClient::fail(const std::string& why) {
   throw GdbError(why);
 }
 
+std::string GdbRemoteClient::unendedPacket() const {
+  return "the GDB server began a packet and did not end it within " + std::to_string(timeout_.count()) + " ms";
+}
+
 void GdbRemoteClient::requireLink() const {
   if (!failure_.empty()) throw GdbError("the connection to the GDB server failed earlier: " + failure_);
 }
@@ -90,7 +94,7 @@ std::optional<RspReader::Item> GdbRemoteClient::nextItem(std::chrono::steady_clo
       if (auto item = incoming_.next()) return item;
       const auto now = std::chrono::steady_clock::now();
       if (const auto since = incoming_.partialSince(); since && now - *since > timeout_) {
-        fail("the GDB server began a packet and did not end it within " + std::to_string(timeout_.count()) + " ms");
+        fail(unendedPacket());
       }
       if (now >= deadline) return std::nullopt;
       char buffer[4096];
@@ -149,6 +153,8 @@ std::string GdbRemoteClient::request(const std::string& payload) {
   for (;;) {
     auto reply = receivePacket(timeout_, payload);
     if (!reply) {
+      // A reply begun and not ended is said as such, however the time-outs fell.
+      if (incoming_.partialSince()) fail(unendedPacket());
       fail("no reply from the GDB server within " + std::to_string(timeout_.count()) + " ms to " + quoted(payload));
     }
     if (running_ && isConsoleOutput(*reply)) continue;

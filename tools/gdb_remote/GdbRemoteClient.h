@@ -72,6 +72,7 @@ class GdbRemoteClient {
  private:
   [[noreturn]] void fail(const std::string& why);
   void requireLink() const;
+  std::string unendedPacket() const;
   void transmit(std::string_view bytes);
   void sendPacket(const std::string& payload);
   // The next packet; nullopt on time-out.
