@@ -1,10 +1,10 @@
 // The firmware symbol reader (elfutils) on mutated ELF files: read or
 // refused with a runtime_error, never a crash; every name it gives is free
 // of terminal control characters; lookups anywhere answer.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -23,7 +23,9 @@ bool printable(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const std::string path = "/tmp/vestrel-fuzz-elf-" + std::to_string(::getpid()) + ".elf";
+  static const std::string path =
+      (std::filesystem::temp_directory_path() / ("vestrel-fuzz-elf-" + std::to_string(std::random_device{}()) + ".elf"))
+          .string();
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return 0;
   std::fwrite(data, 1, size, file);

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "RspFraming.h"
+#include "ScriptedGdbServer.h"
 
 namespace vestrel_test {
 
@@ -144,13 +145,7 @@ EvilGdbServer::EvilGdbServer(Misbehaviour what, Moment when) : impl_(std::make_u
 
 EvilGdbServer::~EvilGdbServer() {
   if (!impl_->thread.joinable()) return;
-  // A server still waiting for its client is woken by one that connects
-  // and leaves at once.
-  asio::io_context io;
-  asio::ip::tcp::socket wake(io);
-  asio::error_code ignored;
-  wake.connect(asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), port()), ignored);
-  wake.close(ignored);
+  wakeListener(port());
   impl_->thread.join();
 }
 

@@ -64,15 +64,17 @@ ScriptedGdbServer::ScriptedGdbServer(std::vector<GdbStep> steps) : impl_(std::ma
   impl_->thread = std::thread([this] { impl_->run(); });
 }
 
-// A server still waiting for its client is woken by one that connects and
-// leaves at once (closing the acceptor under the waiting thread would race).
-ScriptedGdbServer::~ScriptedGdbServer() {
-  if (!impl_->thread.joinable()) return;
+void wakeListener(unsigned short port) {
   asio::io_context io;
   asio::ip::tcp::socket wake(io);
   asio::error_code ignored;
-  wake.connect(asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), port()), ignored);
+  wake.connect(asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), port), ignored);
   wake.close(ignored);
+}
+
+ScriptedGdbServer::~ScriptedGdbServer() {
+  if (!impl_->thread.joinable()) return;
+  wakeListener(port());
   impl_->thread.join();
 }
 

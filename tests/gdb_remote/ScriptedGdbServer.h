@@ -36,4 +36,9 @@ class ScriptedGdbServer {
 // A packet with its checksum.
 std::string packet(const std::string& payload);
 
+// Wakes a server thread still waiting for its client on the loopback port:
+// a client connects and leaves at once (closing the acceptor under the
+// waiting thread would race).
+void wakeListener(unsigned short port);
+
 }  // namespace vestrel_test

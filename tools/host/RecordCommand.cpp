@@ -37,6 +37,16 @@ void explainNoBytes(const RecordSettings& settings) {
   }
 }
 
+// The receiver's error, and for a port that would not open, which device
+// that is and why.
+void reportReceiverError(const cHexkitError& e, const RecordSettings& settings) {
+  reportHexkitError("receiver", e);
+  if (std::string(e.GetMessage()).find("COM port") != std::string::npos) {
+    std::cerr << "vestrel-host: --port " << settings.port << ": " << describePort(settings.port)
+              << "; `vestrel-host ports` lists the probes' serial ports found\n";
+  }
+}
+
 }  // namespace
 
 int record(const RecordSettings& settings) {
@@ -75,7 +85,7 @@ int record(const RecordSettings& settings) {
     } catch (const cHexkitError& e) {
       // The receiver's words say which step failed; the trace interface
       // knows why (asked now, before the teardown's own calls).
-      reportHexkitError("receiver", e);
+      reportReceiverError(e, settings);
       if (gdbTarget && !gdbTarget->traceInterface().lastError().empty()) {
         std::cerr << "vestrel-host: because " << gdbTarget->traceInterface().lastError() << "\n";
       }
@@ -180,11 +190,7 @@ int record(const RecordSettings& settings) {
     }
     return linkFailure ? 1 : 0;
   } catch (const cHexkitError& e) {
-    reportHexkitError("receiver", e);
-    if (std::string(e.GetMessage()).find("COM port") != std::string::npos) {
-      std::cerr << "vestrel-host: --port " << settings.port << ": " << describePort(settings.port)
-                << "; `vestrel-host ports` lists the probes' serial ports found\n";
-    }
+    reportReceiverError(e, settings);
     return 1;
   }
 }
