@@ -14,6 +14,16 @@ namespace vestrel_test {
 
 // True on the Windows build (run under Wine), false on the Linux build.
 bool onWindows();
+
+// A build with AddressSanitizer or ThreadSanitizer: their allocators keep
+// freed memory (quarantine, shadow), so peak-memory figures mean nothing.
+constexpr bool sanitizedBuild() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return true;
+#else
+  return false;
+#endif
+}
 // The platform's path separator as text.
 std::string sep();
 // How a text-mode C stream writes a newline on this platform.
