@@ -7,7 +7,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "SpecialFiles.h"
+#include "NonRegularFiles.h"
 #include "TestSupport.h"
 #include "ThrownText.h"
 

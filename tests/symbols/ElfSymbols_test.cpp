@@ -11,7 +11,7 @@
 #include "FirmwareLayout.h"
 #include "FirmwareSource.h"
 #include "MinimalElf.h"
-#include "SpecialFiles.h"
+#include "NonRegularFiles.h"
 #include "TestSupport.h"
 
 using namespace vestrel::symbols;
