@@ -210,7 +210,12 @@ TEST_F(ChannelSamplesTest, ATdfExportThatWouldPassTwoGigabytesFailsBeforeWriting
 
 TEST_F(ChannelSamplesTest, PastThirtyTwoGigabytesTheCountStaysAtTheLargestTheHostCanHold) {
   capture("");
-  std::filesystem::resize_file(driver->captureFilePath(), (std::uint64_t{33} << 30) + 5);
+  std::error_code error;
+  std::filesystem::resize_file(driver->captureFilePath(), (std::uint64_t{33} << 30) + 5, error);
+  if (error == std::errc::file_too_large) {
+    GTEST_SKIP() << "the file system under " << driver->captureFilePath() << " cannot hold a sparse file of 33 GiB";
+  }
+  ASSERT_FALSE(error) << error.message();
   EXPECT_EQ(driver->GetNumSamples(), 0xFFFFFFFFu);
   std::uint64_t buffer[1] = {1};
   std::uint32_t numRead = 0;

@@ -153,8 +153,13 @@ unsigned short EvilGdbServer::port() const { return impl_->acceptor.local_endpoi
 
 std::string EvilGdbServer::address() const { return "127.0.0.1:" + std::to_string(port()); }
 
+// Called once the client has gone: a server still waiting for a client that
+// never came is woken rather than waited on.
 std::vector<std::string> EvilGdbServer::finish() {
-  if (impl_->thread.joinable()) impl_->thread.join();
+  if (impl_->thread.joinable()) {
+    wakeListener(port());
+    impl_->thread.join();
+  }
   return impl_->log;
 }
 

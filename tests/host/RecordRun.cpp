@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <random>
 #include <thread>
 
@@ -73,6 +76,12 @@ Recording runHost(const std::string& command, const std::string& name,
   std::thread running([&] {
     if (holdInputUntil.empty()) {
       result.exitCode = commandExitCode(std::system(commandLine.c_str()));
+      if (result.exitCode == -1 && !fileExists(name + ".out")) {
+        // The shell did not start (the redirection would have made the file);
+        // under load Wine sometimes fails to create a process. Once more.
+        std::cerr << "the command did not start (" << std::strerror(errno) << "); starting it again\n";
+        result.exitCode = commandExitCode(std::system(commandLine.c_str()));
+      }
     } else {
       // The command's standard input is this end of a pipe, held open.
       std::FILE* input = popen(commandLine.c_str(), "w");
