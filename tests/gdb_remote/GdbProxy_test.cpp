@@ -138,3 +138,84 @@ TEST(GdbProxyFraming, APacketTheDebuggerDoesNotEndTimesOut) {
 }
 
 }  // namespace
+
+namespace {
+
+struct Motion {
+  int resumes = 0;
+  int stops = 0;
+};
+
+// One packet from the debugger, acknowledged and answered by a stop reply.
+Motion motionOf(const std::string& request) {
+  ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{{request, "+" + packet("S05")}});
+  GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+  std::thread debugger([&] { debuggerSession(proxy.port(), packet(request), 1 + packet("S05").size()); });
+  Motion seen;
+  GdbProxy::Events events;
+  events.resuming = [&] { ++seen.resumes; };
+  events.stopped = [&](const StopReply& stop) {
+    ++seen.stops;
+    EXPECT_EQ(stop.text(), "stopped by signal 5 (SIGTRAP)");
+  };
+  proxy.run(events, [] { return true; });
+  debugger.join();
+  EXPECT_EQ(server.finish(), (Strings{"$" + request})) << request;
+  EXPECT_EQ(server.mismatch(), "") << request;
+  EXPECT_FALSE(proxy.targetRunning()) << request;
+  return seen;
+}
+
+// One packet from the debugger, acknowledged and not answered: is the target
+// left running when the session ends?
+bool leftRunning(const std::string& request) {
+  ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{{request, "+"}});
+  GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+  std::thread debugger([&] { debuggerSession(proxy.port(), packet(request), 1); });
+  proxy.run({}, [] { return true; });
+  debugger.join();
+  EXPECT_EQ(server.finish(), (Strings{"$" + request})) << request;
+  return proxy.targetRunning();
+}
+
+}  // namespace
+
+// Every way a debugger continues is a run to record, signal or address or
+// not; a step is not, but the target is not asked anything until it stops.
+TEST(GdbProxyResumes, EveryFormOfContinueIsARun) {
+  for (const std::string request :
+       {"c", "c8000124", "C05", "C05;8000124", "vCont;c", "vCont;C05:p1.-1", "vCont;s:p1.1;c", "vCont;C0e:1;c"}) {
+    const Motion seen = motionOf(request);
+    EXPECT_EQ(seen.resumes, 1) << request;
+    EXPECT_EQ(seen.stops, 1) << request;
+    EXPECT_TRUE(leftRunning(request)) << request;
+  }
+}
+
+// Until its stop reply a stepping target runs: the owner may ask nothing.
+TEST(GdbProxyResumes, AStepIsNoRunButStopsAllTheSame) {
+  for (const std::string request :
+       {"s", "s8000124", "S05", "S05;8000124", "vCont;s", "vCont;S05:p1.-1", "vCont;r8000120,8000130:1"}) {
+    const Motion seen = motionOf(request);
+    EXPECT_EQ(seen.resumes, 0) << request;
+    EXPECT_EQ(seen.stops, 1) << request;
+    EXPECT_TRUE(leftRunning(request)) << request;
+  }
+}
+
+TEST(GdbProxyResumes, PacketsThatLookAlikeAreNeither) {
+  for (const std::string request : {"vCont?", "vCont;t", "Cx", "cz", "qC", "sQ"}) {
+    ScriptedGdbServer server(std::vector<vestrel_test::GdbStep>{{request, "+" + packet("")}});
+    GdbProxy proxy("127.0.0.1", 0, "127.0.0.1", server.port());
+    std::thread debugger([&] { debuggerSession(proxy.port(), packet(request), 1 + packet("").size()); });
+    int resumes = 0;
+    GdbProxy::Events events;
+    events.resuming = [&] { ++resumes; };
+    const std::string ended = proxy.run(events, [] { return true; });
+    debugger.join();
+    EXPECT_EQ(resumes, 0) << request;
+    EXPECT_FALSE(proxy.targetRunning()) << request;
+    EXPECT_EQ(ended, "the debugger disconnected") << request;
+    EXPECT_EQ(server.finish(), (Strings{"$" + request})) << request;
+  }
+}

@@ -65,15 +65,38 @@ class LinkTransport final : public ByteTransport {
   Link& link_;
 };
 
-// A packet from the debugger that lets the target run: continue, with or
-// without a signal, in either form (steps are left alone).
-bool isResume(const std::string& payload) {
-  if (payload == "c" ||
-      (payload.size() > 1 && payload[0] == 'c' && std::isxdigit(static_cast<unsigned char>(payload[1])))) {
-    return true;
+// What a packet from the debugger asks of the target: run on (continue, with
+// or without a signal or an address, or a vCont with any continue action),
+// take a step (s, S, vCont with step or range actions only), or neither.
+enum class Motion { None, Step, Run };
+
+bool hexAt(const std::string& text, std::size_t at) {
+  return at < text.size() && std::isxdigit(static_cast<unsigned char>(text[at]));
+}
+
+Motion motionOf(const std::string& payload) {
+  if (payload.rfind("vCont;", 0) == 0) {
+    Motion motion = Motion::None;
+    std::size_t start = 5;
+    while (start < payload.size() && payload[start] == ';') {
+      const char action = start + 1 < payload.size() ? payload[start + 1] : '\0';
+      if (action == 'c' || action == 'C') return Motion::Run;
+      if (action == 's' || action == 'S' || action == 'r') motion = Motion::Step;
+      start = payload.find(';', start + 1);
+      if (start == std::string::npos) break;
+    }
+    return motion;
   }
-  if (payload.size() >= 3 && payload[0] == 'C' && std::isxdigit(static_cast<unsigned char>(payload[1]))) return true;
-  return payload.rfind("vCont;c", 0) == 0 || payload.rfind("vCont;C", 0) == 0;
+  if (payload.empty()) return Motion::None;
+  const char kind = payload[0];
+  // c and s take an optional address; C and S a signal and then one.
+  const bool plain = payload.size() == 1 || hexAt(payload, 1);
+  if (kind == 'c' && plain) return Motion::Run;
+  if (kind == 's' && plain) return Motion::Step;
+  if ((kind == 'C' || kind == 'S') && hexAt(payload, 1) && hexAt(payload, 2)) {
+    return kind == 'C' ? Motion::Run : Motion::Step;
+  }
+  return Motion::None;
 }
 
 // The server's qSupported reply as the debugger sees it: PacketSize no
@@ -207,10 +230,11 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
           if (item->kind == RspReader::Item::Kind::Packet) {
             if (item->payload == "QStartNoAckMode") noAckAsked = true;
             featuresAsked = item->payload.rfind("qSupported", 0) == 0;
-            if (isResume(item->payload) && !running_ && events.resuming) events.resuming();
-            // A detach lets the target run on, a kill ends it: nothing more
-            // is sent of ours.
-            if (isResume(item->payload) || item->payload == "D" || item->payload.rfind("D;", 0) == 0 ||
+            const Motion motion = motionOf(item->payload);
+            if (motion == Motion::Run && !running_ && events.resuming) events.resuming();
+            // Until its stop reply a stepping target runs too. A detach lets
+            // the target run on, a kill ends it: nothing more is sent of ours.
+            if (motion != Motion::None || item->payload == "D" || item->payload.rfind("D;", 0) == 0 ||
                 item->payload == "k") {
               running_ = true;
             }

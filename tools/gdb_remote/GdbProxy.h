@@ -1,8 +1,9 @@
 // A debugger's GDB session passed through to a GDB server unchanged (but for
 // the PacketSize the server advertises, capped at what the proxy takes),
-// watched on the way: the proxy says when the debugger resumes the target (before
-// the resume goes on, while the target is still halted) and when the server
-// says it stopped (after the stop reply has gone on). In those moments the
+// watched on the way: the proxy says when the debugger resumes the target
+// (any continue: before it goes on, while the target is still halted; a
+// step is not a run of its own) and when the server says it stopped (after
+// the stop reply to a continue or a step has gone on). In those moments the
 // owner may make requests of its own to the server (server()); the
 // debugger's next packets wait until it is done. Acknowledgement mode
 // follows the session's.
