@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -72,6 +73,17 @@ struct Logged {
     }
     return false;
   }
+  // The clients ("127.0.0.1:<port>") of every line "client <name><saying>".
+  std::vector<std::string> clientsSaying(const std::string& saying) {
+    static const std::regex kLine("client (127\\.0\\.0\\.1:[0-9]+)(.*)");
+    std::lock_guard<std::mutex> guard(mutex);
+    std::vector<std::string> names;
+    for (const auto& line : lines) {
+      std::smatch match;
+      if (std::regex_match(line, match, kLine) && match[2] == saying) names.push_back(match[1]);
+    }
+    return names;
+  }
   bool anyStartsWith(const std::string& prefix) {
     std::lock_guard<std::mutex> guard(mutex);
     for (const auto& line : lines) {
@@ -118,7 +130,31 @@ TEST(TraceServer, EveryClientGetsEveryByteFromWhenItConnectedInOrder) {
   all.insert(all.end(), late.begin(), late.end());
   EXPECT_TRUE(first == all) << first.size() << " of " << all.size();
   EXPECT_TRUE(second == late) << second.size() << " of " << late.size();
-  EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+  const std::vector<std::string> connected = logged.clientsSaying(" connected");
+  ASSERT_EQ(connected.size(), 2u);
+  EXPECT_NE(connected[0], connected[1]);
+  EXPECT_EQ(logged.clientsSaying(" left"), std::vector<std::string>{}) << "the server ended the streams";
+}
+
+// The end of the server is the end of the stream, but only after every byte
+// published before it: nobody drains the queues first.
+TEST(TraceServer, ItsEndDeliversEverythingStillQueuedFirst) {
+  Logged logged;
+  const std::vector<std::uint8_t> stream = bytes(4 << 20, 5);
+  auto server = std::make_unique<TraceServer>(loopback(), logged.log());
+  TraceClient client(server->endpoint());
+  ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+  for (std::size_t at = 0; at < stream.size(); at += 65536) server->publish(&stream[at], 65536);
+  std::vector<std::uint8_t> got;
+  std::thread reader([&] {
+    // Late, so that the queue still holds most of the stream at the end.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    got = readAll(client);
+  });
+  server.reset();
+  reader.join();
+  EXPECT_EQ(got.size(), stream.size());
+  EXPECT_TRUE(got == stream);
 }
 
 // A client that never reads is cut off once it is a queue behind; the one
@@ -178,7 +214,11 @@ TEST(TraceServer, AClientThatLeavesMidStreamChangesNothingForTheRest) {
   server.reset();
   reader.join();
   EXPECT_TRUE(got == stream) << got.size() << " of " << stream.size();
-  EXPECT_TRUE(logged.anyStartsWith("client 127.0.0.1:"));
+  const std::vector<std::string> connected = logged.clientsSaying(" connected");
+  ASSERT_EQ(connected.size(), 2u);
+  const std::vector<std::string> left = logged.clientsSaying(" left");
+  ASSERT_EQ(left.size(), 1u) << "the client that left is said to have left, and only it";
+  EXPECT_TRUE(left[0] == connected[0] || left[0] == connected[1]) << left[0];
 }
 
 TEST(TraceServer, ClientsBeyondTheMostServedAreRefusedWithALine) {
