@@ -83,6 +83,19 @@ TEST(PerfettoTimeline, AHandlerStillOpenAtTheEndIsClosedAtTheLastTimeAndSaysSo) 
   EXPECT_EQ(ends[0]["tid"], begins[0]["tid"]);
 }
 
+// The capture ends after a counter value: the open handler ends at the
+// counter's time, the last event of any kind, never before it.
+TEST(PerfettoTimeline, AHandlerStillOpenEndsAtTheLastEventOfAnyKind) {
+  const json document = timelineOf(std::string("\x0E\x0F\x10\xC0\x07\x11\x09\xC0\x05", 9), {}, {2});
+  std::vector<std::string> events;
+  for (const auto& event : document["traceEvents"]) {
+    if (event["ph"] == "M") continue;
+    events.push_back(event["ph"].get<std::string>() + " " + event["name"].get<std::string>() + " " +
+                     std::to_string(event["ts"].get<std::uint64_t>()));
+  }
+  EXPECT_EQ(events, (std::vector<std::string>{"B SysTick 7", "C port 2 12", "E SysTick 12"}));
+}
+
 TEST(PerfettoTimeline, TimesAreMicrosecondsOfTheClockAndPrescale) {
   Timing timing;
   timing.clockHz = 2000000.0;
