@@ -82,7 +82,9 @@ TEST(GdbRemoteClient, GivesUpAfterThreeNaks) {
   ScriptedGdbServer server({{kSupported, "+" + packet("")}, {"m0,4", "-"}, {"m0,4", "-"}, {"m0,4", "-"}});
   EXPECT_EQ(thrownText<GdbError>([&] { connect(server)->readMemory(0, 4); }),
             "the GDB server refused 'm0,4' 3 times (it did not receive it intact)");
-  server.finish();
+  // Sent three times in all, and not a fourth.
+  EXPECT_EQ(server.finish(), (Strings{"$" + kSupported, "+", "$m0,4", "$m0,4", "$m0,4"}));
+  EXPECT_EQ(server.mismatch(), "");
 }
 
 TEST(GdbRemoteClient, AsksAgainForAGarbledReply) {

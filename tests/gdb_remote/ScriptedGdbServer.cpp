@@ -1,5 +1,7 @@
 #include "ScriptedGdbServer.h"
 
+#include <cstdio>
+
 #include <asio.hpp>
 #include <thread>
 
@@ -49,6 +51,11 @@ struct ScriptedGdbServer::Impl {
         return;
       }
       const GdbStep& now = steps[step++];
+      if (item.kind == RspReader::Item::Kind::Packet && item.raw != packet(item.payload)) {
+        mismatch = "step " + std::to_string(step) + ": the client framed '" + item.payload + "' as '" + item.raw +
+                   "', not '" + packet(item.payload) + "'";
+        return;
+      }
       if (got != now.expect) {
         mismatch = "step " + std::to_string(step) + ": expected '" + now.expect + "', got '" + got + "'";
         return;
@@ -87,6 +94,24 @@ std::vector<std::string> ScriptedGdbServer::finish() {
 
 std::string ScriptedGdbServer::mismatch() const { return impl_->mismatch; }
 
-std::string packet(const std::string& payload) { return vestrel::gdb::rspFrame(payload); }
+// Framed here by the protocol's rules, not by the product's framing, so that
+// an error in it shows: '#', '$', '}' and '*' escaped as '}' and the byte
+// xor 0x20, then '#' and the sum of the bytes between, in two hex digits.
+std::string packet(const std::string& payload) {
+  std::string body;
+  for (const char c : payload) {
+    if (c == '#' || c == '$' || c == '}' || c == '*') {
+      body += '}';
+      body += static_cast<char>(c ^ 0x20);
+    } else {
+      body += c;
+    }
+  }
+  unsigned sum = 0;
+  for (const char c : body) sum += static_cast<unsigned char>(c);
+  char checksum[4];
+  std::snprintf(checksum, sizeof checksum, "#%02x", sum & 0xFF);
+  return "$" + body + checksum;
+}
 
 }  // namespace vestrel_test
