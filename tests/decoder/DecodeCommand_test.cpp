@@ -11,6 +11,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "CommandStatus.h"
 #include "FirmwareLayout.h"
@@ -273,3 +274,52 @@ TEST_F(DecodeCommand, ABrokenMetadataFileIsNamedWithWhatIsWrong) {
 }
 
 }  // namespace
+
+namespace {
+
+// Port 2: the values 7 and 9; port 0: "Hi"; then a timestamp of 3 cycles.
+const std::string kCountersAndText("\x11\x07\x11\x09\x01H\x01i\x01\n\xC0\x03", 12);
+
+}  // namespace
+
+TEST_F(DecodeCommand, CounterPortsAreCounterTracksInTheTimeline) {
+  std::ofstream(file("counters.swo"), std::ios::binary) << kCountersAndText;
+  const CommandRun run =
+      decodeInput("--quiet --counter-ports 2 --perfetto \"" + file("counters.json") + "\"", file("counters.swo"));
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const json timeline = json::parse(readFile(file("counters.json")));
+  std::vector<std::string> events;
+  for (const auto& event : timeline["traceEvents"]) {
+    if (event["ph"] == "M") continue;
+    std::string what = event["ph"].get<std::string>() + " " + event["name"].get<std::string>() + " " +
+                       std::to_string(event["ts"].get<int>());
+    if (event["ph"] == "C") what += " = " + std::to_string(event["args"]["value"].get<int>());
+    events.push_back(what);
+  }
+  EXPECT_EQ(events, (std::vector<std::string>{"C port 2 3 = 7", "C port 2 3 = 9", "i Hi 3"}));
+}
+
+TEST_F(DecodeCommand, RawJsonHasAnObjectForEveryPacketToo) {
+  std::ofstream(file("raw.swo"), std::ios::binary) << kCountersAndText;
+  const CommandRun run = decodeInput("--json --raw", file("raw.swo"));
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.out,
+            "{\"offset\":0,\"kind\":\"instrumentation\",\"header\":17,\"port\":2,\"size\":1,\"value\":7,\"cycles\":3,"
+            "\"exact\":true}\n"
+            "{\"offset\":2,\"kind\":\"instrumentation\",\"header\":17,\"port\":2,\"size\":1,\"value\":9,\"cycles\":3,"
+            "\"exact\":true}\n"
+            "{\"offset\":4,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":72,\"cycles\":3,"
+            "\"exact\":true}\n"
+            "{\"offset\":6,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":105,\"cycles\":3,"
+            "\"exact\":true}\n"
+            "{\"offset\":8,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":10,\"cycles\":3,"
+            "\"exact\":true}\n"
+            "{\"offset\":4,\"kind\":\"text\",\"port\":0,\"text\":\"Hi\",\"cycles\":3,\"exact\":true}\n"
+            "{\"offset\":10,\"kind\":\"local-timestamp\",\"header\":192,\"value\":3,\"tc\":0,\"cycles\":3,"
+            "\"exact\":true}\n"
+            "{\"offset\":0,\"kind\":\"text\",\"port\":2,\"text\":\"\\u0007\\t\",\"cycles\":3,\"exact\":true}\n");
+  // Without --raw, the text lines only.
+  EXPECT_EQ(decodeInput("--json", file("raw.swo")).out,
+            "{\"offset\":4,\"kind\":\"text\",\"port\":0,\"text\":\"Hi\",\"cycles\":3,\"exact\":true}\n"
+            "{\"offset\":0,\"kind\":\"text\",\"port\":2,\"text\":\"\\u0007\\t\",\"cycles\":3,\"exact\":true}\n");
+}
