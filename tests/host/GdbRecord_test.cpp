@@ -75,10 +75,11 @@ TEST(GdbRecord, TheDevicesClockThroughTheGdbServerAndTheTargetHaltedAtTheEnd) {
   std::error_code ignored;
   std::filesystem::remove_all("vestrel-record/.KV-trace", ignored);  // logs of earlier runs
   ScopedEnv logging("KV_TRACE_LOGGING", "1");
-  const Recording run = runRecord("--gdb " + qemu() +
-                                      " --device gdb-device.txt --clock auto --prescaler 0 --port COM7 "
-                                      "--pc-sampling 4096 --exceptions --itm-ports 0,1 --seconds 2",
-                                  "record-gdb");
+  const Recording run =
+      runRecord("--gdb " + qemu() +
+                    " --device gdb-device.txt --clock auto --prescaler 0 --port COM7 "
+                    "--pc-sampling 4096 --exceptions --itm-ports 0,1 --data-trace 0x20000010 --seconds 2",
+                "record-gdb");
   ASSERT_EQ(run.exitCode, 0) << run.printed;
   expectOneUnbrokenRunOfWhatWasSent(run);
   EXPECT_TRUE(std::regex_search(run.printed, std::regex("GDB server 127\\.0\\.0\\.1:[0-9]+: target stopped by "
@@ -95,6 +96,11 @@ TEST(GdbRecord, TheDevicesClockThroughTheGdbServerAndTheTargetHaltedAtTheEnd) {
   EXPECT_NE(run.printed.find("vestrel-host: warning: DWT CTRL (0xE0001000): wrote 0x00011607, read back "
                              "0x00000000"),
             std::string::npos);
+  // --data-trace: comparator 0 watches the word, for its PC and value.
+  EXPECT_NE(run.printed.find("vestrel-host: warning: DWT COMP0 (0xE0001020): wrote 0x20000010, read back "
+                             "0x00000000"),
+            std::string::npos)
+      << run.printed;
   EXPECT_EQ(printedLine(run.printed, "halted the target"), "halted the target (stopped by signal 2 (SIGINT))");
   EXPECT_EQ(printedLine(run.printed, "stopped:"),
             "stopped: Stopped by user, " + std::to_string(run.dump.size() / 8) + " samples");

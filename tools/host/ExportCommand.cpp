@@ -97,6 +97,8 @@ int exportCapture(const ExportSettings& settings) {
   }
   // Nothing is created in a folder that holds no capture.
   const std::vector<std::string> cores = capturedCores(from);
+  std::string names;
+  for (const auto& name : cores) names += (names.empty() ? "" : ", ") + name;
   std::string core = settings.core;
   if (core.empty()) {
     if (cores.empty()) {
@@ -105,15 +107,15 @@ int exportCapture(const ExportSettings& settings) {
       return 2;
     }
     if (cores.size() > 1) {
-      std::string names;
-      for (const auto& name : cores) names += (names.empty() ? "" : ", ") + name;
       std::cerr << "vestrel-host export: " << settings.from << " holds captures of several cores (" << names
                 << "): choose one with --core\n";
       return 2;
     }
     core = cores.front();
   } else if (std::find(cores.begin(), cores.end(), core) == cores.end()) {
-    std::cerr << "vestrel-host export: " << settings.from << " holds no capture of core " << core << "\n";
+    std::cerr << "vestrel-host export: " << settings.from << " holds no capture of core " << core;
+    if (!cores.empty()) std::cerr << " (it holds: " << names << ")";
+    std::cerr << "\n";
     return 2;
   }
   if (!settings.tdf.empty()) requireCheckableOutput(settings.tdf);
