@@ -35,6 +35,12 @@ class FakeOsServices : public KV_ORV::OsServices {
   // or vanished network share).
   bool closeStreamFails = false;
   std::string closeFailsForMode;  // only streams opened in this mode ("r+b")
+  // A shared stream asked for in this mode is refused (nullptr), as a file
+  // another program holds open for writing is.
+  std::string sharedOpenFailsForMode;
+  // A shared stream asked for in this mode opens for reading only, so that
+  // every write to it fails, as on a file the system will not let change.
+  std::string sharedWritesFailForMode;
 
   // --- records --------------------------------------------------------------------
   std::vector<std::string> madeDirectories;
@@ -119,7 +125,9 @@ class FakeOsServices : public KV_ORV::OsServices {
     return recordOpen(path, mode, real_.openStream(path, mode));
   }
   std::FILE* openSharedStream(const char* path, const char* mode) override {
-    return recordOpen(path, mode, real_.openSharedStream(path, mode));
+    if (!sharedOpenFailsForMode.empty() && sharedOpenFailsForMode == mode) return recordOpen(path, mode, nullptr);
+    const bool readOnly = !sharedWritesFailForMode.empty() && sharedWritesFailForMode == mode;
+    return recordOpen(path, mode, real_.openSharedStream(path, readOnly ? "rb" : mode));
   }
   int closeStream(std::FILE* stream) override {
     ++closedStreams;

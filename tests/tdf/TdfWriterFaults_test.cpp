@@ -88,3 +88,30 @@ TEST_F(TdfWriterFaultTest, EveryStreamIsClosedOnEveryWayOut) {
   EXPECT_EQ(fake.streamsOpen(), 0);
   EXPECT_GE(fake.closedStreams, 10);
 }
+
+TEST_F(TdfWriterFaultTest, AFileThatWillNotOpenForUpdateIsSaid) {
+  fake.sharedOpenFailsForMode = "r+b";
+  std::uint32_t offset = 0, length = 0;
+  EXPECT_EQ(hexkitText([&] { writeSectionHeader(path().c_str(), "A", 1, offset); }),
+            "Could not open TDF file as specified.");
+  EXPECT_EQ(hexkitText([&] { writeSectionData(path().c_str(), "A", 4, "12345678", 8, 1, length); }),
+            "Could not open TDF file as specified.");
+  EXPECT_EQ(fake.streamsOpen(), 0);
+  EXPECT_EQ(vestrel_test::readFile(path()), "TDF1");
+}
+
+// Every write refused: the header's first word, then the section's data;
+// the file keeps what it held.
+TEST_F(TdfWriterFaultTest, AWriteTheFileRefusesIsSaidAndNothingChanges) {
+  std::uint32_t offset = 0, length = 0;
+  writeSectionHeader(path().c_str(), "A", 1, offset);
+  const std::string before = vestrel_test::readFile(path());
+  fake.sharedWritesFailForMode = "r+b";
+  EXPECT_EQ(hexkitText([&] { writeSectionHeader(path().c_str(), "B", 1, offset); }),
+            "Write error -  TDF section header size.");
+  EXPECT_EQ(hexkitText([&] { writeSectionData(path().c_str(), "A", 4, "12345678", 8, 1, length); }),
+            "Write I/O error - unable to write section data.");
+  EXPECT_EQ(length, 0u);
+  EXPECT_EQ(fake.streamsOpen(), 0);
+  EXPECT_EQ(vestrel_test::readFile(path()), before);
+}

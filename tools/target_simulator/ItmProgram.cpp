@@ -68,17 +68,6 @@ const FirmwareFunction& firmwareFunction(const std::string& name) {
 
 }  // namespace
 
-const std::map<std::string, int>& ItmProgram::sampleWeights() {
-  static const std::map<std::string, int> weights = [] {
-    std::map<std::string, int> counted;
-    for (const char* name : kSampleSchedule) {
-      if (name[0] != '\0') ++counted[name];
-    }
-    return counted;
-  }();
-  return weights;
-}
-
 // One character per packet, as printf over ITM port writes do.
 void ItmProgram::text(std::string& out, std::uint32_t port, const std::string& line) {
   for (char c : line) {

@@ -27,10 +27,6 @@ class ItmProgram {
   const std::map<std::uint32_t, std::uint64_t>& pcSamplesSent() const { return pcSamples_; }
   std::uint64_t sleepSamplesSent() const { return sleepSamples_; }
 
-  // Of every 16 PC samples, how many fall in each function (the rest find
-  // the core asleep).
-  static const std::map<std::string, int>& sampleWeights();
-
  private:
   void text(std::string& out, std::uint32_t port, const std::string& line);
   void exceptions(std::string& out, bool nested);
