@@ -9,6 +9,9 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -265,4 +268,39 @@ TEST(RecordCommand, RefusesToStartWithoutATraceClock) {
   std::string printed = readFile(out);
   std::erase(printed, '\r');
   EXPECT_EQ(printed, "vestrel-host: give the trace clock with --clock\n");
+}
+
+namespace {
+
+// The stimulus ports of the dated text lines ("[..] port N: ...") in text.
+std::set<int> portsOfLines(std::string text) {
+  std::erase(text, '\r');
+  static const std::regex kLine("\\[[0-9]+\\](\\[[0-9.]+ s\\])? port ([0-9]+): .*");
+  std::set<int> ports;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    if (std::regex_match(line, match, kLine)) ports.insert(std::stoi(match[2]));
+  }
+  return ports;
+}
+
+}  // namespace
+
+// --decode-ports: the live view shows those ports' text only, though the
+// capture holds text of others. The line carries random bytes: ports 0 to
+// 15 are asked for so that some of their text is surely there.
+TEST(RecordCommand, TheLiveViewShowsOnlyThePortsAskedFor) {
+  const Recording run = runRecord(
+      "--port 7 --clock 6000000 --prescaler 5 --seconds 2 --decode-ports 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 --force",
+      "record-ports");
+  ASSERT_EQ(run.exitCode, 0) << run.printed;
+  std::system((decodeCommand() + " record-ports.bin > record-ports-decoded.out 2>&1").c_str());
+  const std::set<int> inTheCapture = portsOfLines(readFile("record-ports-decoded.out"));
+  ASSERT_FALSE(inTheCapture.empty()) << "no text in the capture: the test proves nothing";
+  ASSERT_GE(*inTheCapture.rbegin(), 16) << "no text of other ports in the capture: the test proves nothing";
+  const std::set<int> shown = portsOfLines(run.printed);
+  ASSERT_FALSE(shown.empty()) << run.printed.substr(0, 2000);
+  EXPECT_LE(*shown.rbegin(), 15) << "text of a port not asked for was shown";
+  for (const int port : shown) EXPECT_EQ(inTheCapture.count(port), 1u) << port;
 }
