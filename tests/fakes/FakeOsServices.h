@@ -110,6 +110,11 @@ class FakeOsServices : public KV_ORV::OsServices {
     if (handle != nullptr) ++loadedLibraries;
     return handle;
   }
+  // The real loader's words for a real load that failed; none for one the
+  // fake failed or pretended.
+  std::string lastLoadFailure() override {
+    return loadFailsWith || fakeLibraries ? std::string() : real_.lastLoadFailure();
+  }
   void* librarySymbol(KV_ORV::LibraryHandle handle, const char* name, std::uint32_t& errorCode) override {
     if (handle == &dummyLibrary_) {
       errorCode = 127;

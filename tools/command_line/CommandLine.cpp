@@ -6,6 +6,8 @@
 #include <sstream>
 #include <vector>
 
+#include "VestrelVersion.h"
+
 namespace vestrel::command_line {
 
 namespace {
@@ -75,6 +77,12 @@ CLI::Validator numberFrom(double lowest, double highest, const std::string& unit
         return std::string();
       },
       unit.empty() ? "NUMBER" : unit);
+}
+
+std::string versionText(const std::string& program) { return program + " " + VESTREL_VERSION_TEXT; }
+
+void addVersionFlag(CLI::App& app, const std::string& program) {
+  app.set_version_flag("--version", versionText(program), "print the version and exit");
 }
 
 std::optional<int> parse(CLI::App& app, int argc, char** argv, const std::string& program) {

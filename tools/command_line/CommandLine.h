@@ -9,6 +9,12 @@
 
 namespace vestrel::command_line {
 
+// The tool's version as --version prints it: "<program> 0.3.0 (commit
+// <hash>)", the commit when built from a git checkout.
+std::string versionText(const std::string& program);
+// Adds --version to app: prints versionText and exits 0.
+void addVersionFlag(CLI::App& app, const std::string& program);
+
 // Parses; returns the exit status when the command must end here (help
 // printed: 0; a usage error said on standard error: 2), nothing when it
 // goes on.

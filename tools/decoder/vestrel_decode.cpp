@@ -279,6 +279,7 @@ int main(int argc, char** argv) {
   CLI::App app{"Decodes ITM/DWT trace captured from SWO"};
   // Paths may start with "/" (Wine maps Unix paths): no "/option" syntax.
   app.allow_windows_style_options(false);
+  vestrel::command_line::addVersionFlag(app, "vestrel-decode");
   Settings settings;
   auto* input =
       app.add_option("input", settings.input,

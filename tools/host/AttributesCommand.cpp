@@ -15,7 +15,7 @@ int attributes(const std::string& optionsFile, const std::string& profile) {
   // an error thrown inside the library lives in the library.
   ProbeSession session;
   try {
-    if (!session.open(profile, kDemoCpu)) return 2;
+    if (!session.open(profile, kDemoCpu)) return 1;  // the library would not load: said why
     session.driver->SetConfiguration(fs::absolute(optionsFile).string().c_str());
     std::vector<std::string> names = {"Trace Data Frequency",
                                       "Timing Clock Frequency",

@@ -146,7 +146,7 @@ int demo(const DemoSettings& settings) {
   LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
 
   ReceiverLibrary library;
-  if (!library.load()) return 2;
+  if (!library.load()) return 1;  // said why
 
   std::string symbolsFrom;
   const symbols::SymbolTable symbols = firmwareSymbols(symbolsFrom);

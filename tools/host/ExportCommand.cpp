@@ -125,7 +125,7 @@ int exportCapture(const ExportSettings& settings) {
   // an error thrown inside the library lives in the library.
   ProbeSession session;
   try {
-    if (!session.open(from, ("Export/" + core).c_str())) return 2;
+    if (!session.open(from, ("Export/" + core).c_str())) return 1;  // the library would not load: said why
     const std::uint32_t samples = session.driver->GetNumSamples();
     const std::uint64_t bytes = samples * 8ull;
     std::cout << samples << " samples (" << bytes << " bytes) of core " << core << std::endl;

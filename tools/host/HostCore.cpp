@@ -15,6 +15,7 @@ namespace vestrel::host {
 bool ReceiverLibrary::load() {
   if (!dll.FindAndLoad("Vestrel", 0xFFFFFFFF)) {
     std::cerr << "vestrel-host: " << dll.LastError() << "\n";
+    if (!dll.LoaderMessage().empty()) std::cerr << "vestrel-host: the loader says: " << dll.LoaderMessage() << "\n";
     return false;
   }
   create = reinterpret_cast<CreateRcvrFunction>(dll.GetSymbol("CreateRcvr"));

@@ -77,7 +77,7 @@ int gdbProxy(const ProxySettings& settings) {
     std::cerr << "vestrel-host: warning: " << mismatch << "\n";
   });
   ReceiverLibrary library;
-  if (!library.load()) return 2;
+  if (!library.load()) return 1;  // said why
   try {
     ReceiverSession session(library, kRecordCpu, &target);
     CReceiver* receiver = session.receiver();

@@ -58,7 +58,7 @@ int record(const RecordSettings& settings) {
   LiveConsole console(live);
   LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
   ReceiverLibrary library;
-  if (!library.load()) return 2;
+  if (!library.load()) return 1;  // said why
   simulator::PassiveTarget passive;
   std::unique_ptr<GdbTarget> gdbTarget;
   if (!settings.gdbTarget.server.empty()) {

@@ -23,6 +23,7 @@ using namespace vestrel::host;
 int main(int argc, char** argv) {
   CLI::App app{"vestrel-host: drives the Vestrel SWO receiver as a debugger's trace framework does"};
   app.allow_windows_style_options(false);
+  vestrel::command_line::addVersionFlag(app, "vestrel-host");
   DemoSettings demoSettings;
   auto* demoCommand = app.add_subcommand("demo", "record from a simulated target and probe, decode and save");
   using vestrel::command_line::numberFrom;

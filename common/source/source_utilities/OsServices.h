@@ -62,6 +62,9 @@ class OsServices {
   virtual LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) = 0;
   virtual void* librarySymbol(LibraryHandle handle, const char* name, std::uint32_t& errorCode) = 0;
   virtual void freeLibrary(LibraryHandle handle) = 0;
+  // The loader's own account of this thread's last loadLibrary that failed:
+  // where it looked and why ("" when the platform has none to give).
+  virtual std::string lastLoadFailure() { return ""; }
 
   // C streams of the files opened, read or written and closed within one
   // call (the board file, TDF sections). openStream is a plain fopen;

@@ -59,10 +59,12 @@ bool uDll::FindAndLoad(const char* name, std::uint32_t mode) {
 bool uDll::load(const std::string& file, std::uint32_t mode) {
   if (mode == kNoMode) mode_ = 0;
   lastError_.clear();
+  loaderMessage_.clear();
   std::uint32_t errorCode = 0;
   handle_ = os().loadLibrary(file.c_str(), errorCode);
   if (handle_ == nullptr) {
     lastError_ = "failed to load " + file + " with error code " + std::to_string(errorCode);
+    loaderMessage_ = os().lastLoadFailure();
     if (uLogger* log = LogControl::Instance().LoggerAt(1)) {
       log->Printf(kLogMessage, kStampTime, "uDll: %s", lastError_.c_str());
     }

@@ -30,6 +30,9 @@ class uDll {
   const std::string& Name() const { return name_; }
   std::uint32_t Mode() const { return mode_; }
   const std::string& LastError() const { return lastError_; }
+  // The loader's own account of the last load that failed: where it looked
+  // and why ("" when the platform gives none).
+  const std::string& LoaderMessage() const { return loaderMessage_; }
 
   // Source file named by the function-entry trace line.
   static constexpr const char* kSourceFile = "common/source/source_utilities/uDll.cpp";
@@ -41,6 +44,7 @@ class uDll {
   std::uint32_t mode_;
   LibraryHandle handle_ = nullptr;
   std::string lastError_;
+  std::string loaderMessage_;
 };
 
 }  // namespace KV_ORV

@@ -148,6 +148,11 @@ TEST_F(uDllTest, TheRealLoaderReportsAMissingLibraryAsModuleNotFound) {
   EXPECT_FALSE(dll.FindAndLoad("vestrel_no_such_library", 0xFFFFFFFF));
   const std::string file = onWindows() ? "vestrel_no_such_library" : "libvestrel_no_such_library.so";
   EXPECT_EQ(dll.LastError(), "failed to load " + file + " with error code 126");
+  // The loader's own words, naming the library.
+  EXPECT_EQ(dll.LoaderMessage().rfind(file + ": ", 0), 0u) << dll.LoaderMessage();
+  // A load that works clears them.
+  EXPECT_TRUE(dll.FindAndLoad("vestrel_tiny", 0xFFFFFFFF)) << dll.LastError();
+  EXPECT_EQ(dll.LoaderMessage(), "");
 }
 
 TEST_F(uDllTest, TheRealLoaderLoadsATinyLibraryAndFindsItsExport) {

@@ -107,9 +107,12 @@ class PosixOsServices final : public OsServices {
   // linker's own path first, then the executable's directory, the working
   // directory and each directory of PATH.
   LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
+    loadFailure_.clear();
     std::string name = file;
     if (name.find('/') != std::string::npos) return openCandidate(name, errorCode);
     if (void* handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
+    const char* linkerSays = dlerror();
+    const std::string linkerMessage = linkerSays != nullptr ? linkerSays : name + ": not found";
 
     std::string directories = executableDirectory() + ":.";
     if (const char* path = getenv("PATH")) directories += std::string(":") + path;
@@ -124,6 +127,8 @@ class PosixOsServices final : public OsServices {
       if (isFile(candidate)) return openCandidate(candidate, errorCode);
     }
     errorCode = kModuleNotFound;
+    loadFailure_ = linkerMessage + "; not beside the program (" + executableDirectory() +
+                   "), in the working folder or in a PATH folder either";
     return nullptr;
   }
 
@@ -138,12 +143,21 @@ class PosixOsServices final : public OsServices {
  private:
   static LibraryHandle openCandidate(const std::string& path, std::uint32_t& errorCode) {
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) errorCode = isFile(path) ? kBadImage : kModuleNotFound;
+    if (handle == nullptr) {
+      errorCode = isFile(path) ? kBadImage : kModuleNotFound;
+      const char* linkerSays = dlerror();
+      loadFailure_ = linkerSays != nullptr ? linkerSays : path + ": cannot be loaded";
+    }
     return handle;
   }
+  std::string lastLoadFailure() override { return loadFailure_; }
+
+  static thread_local std::string loadFailure_;
 };
 
 }  // namespace
+
+thread_local std::string PosixOsServices::loadFailure_;
 
 OsServices& nativeOs() {
   static PosixOsServices services;

@@ -1,5 +1,6 @@
 #include <direct.h>
 
+#include <string>
 #include <vector>
 
 #include "../OsServices.h"
@@ -73,10 +74,16 @@ class Win32OsServices final : public OsServices {
   void debuggerOutput(const char* text) override { OutputDebugStringA(text); }
 
   LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
+    loadFailure_.clear();
     HMODULE module = LoadLibraryA(file);
-    if (module == nullptr) errorCode = GetLastError();
+    if (module == nullptr) {
+      errorCode = GetLastError();
+      loadFailure_ = std::string(file) + ": " + systemMessage(errorCode) +
+                     "; Windows looked beside the program, in the system folders, the working folder and PATH";
+    }
     return reinterpret_cast<LibraryHandle>(module);
   }
+  std::string lastLoadFailure() override { return loadFailure_; }
 
   void* librarySymbol(LibraryHandle handle, const char* name, std::uint32_t& errorCode) override {
     FARPROC address = GetProcAddress(static_cast<HMODULE>(handle), name);
@@ -85,7 +92,24 @@ class Win32OsServices final : public OsServices {
   }
 
   void freeLibrary(LibraryHandle handle) override { FreeLibrary(static_cast<HMODULE>(handle)); }
+
+ private:
+  // The system's text for an error number, without its line end.
+  static std::string systemMessage(DWORD code) {
+    char buffer[512] = {};
+    const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
+                                        buffer, sizeof buffer, nullptr);
+    std::string text(buffer, length);
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ' || text.back() == '.')) {
+      text.pop_back();
+    }
+    return text.empty() ? "error " + std::to_string(code) : text + " (error " + std::to_string(code) + ")";
+  }
+
+  static thread_local std::string loadFailure_;
 };
+
+thread_local std::string Win32OsServices::loadFailure_;
 
 }  // namespace
 
