@@ -52,11 +52,15 @@ void writeOptions(const fs::path& path) {
                 std::to_string(kComPort) + "</COMPORT>\n\t<TSPRESCALAR>4</TSPRESCALAR>\n</CHANNEL-SETUP>\n");
 }
 
-// Names for the PC samples: the firmware's ELF file beside vestrel-host
-// (names and lines) or, in a build without an ELF reader, the simulator's
+// Names for the PC samples: the firmware's ELF file beside vestrel-host (a
+// build folder, the Windows zip) or in ../lib/vestrel/ (installed on Linux),
+// for names and lines; in a build without an ELF reader, the simulator's
 // table of the firmware's functions (names only). Says which.
 symbols::SymbolTable firmwareSymbols(std::string& from) {
-  const fs::path elf = programFolder() / "demo-firmware.elf";
+  fs::path elf = programFolder() / "demo-firmware.elf";
+  const fs::path installed = programFolder() / ".." / "lib" / "vestrel" / "demo-firmware.elf";
+  std::error_code ignored;
+  if (!fs::exists(elf, ignored) && fs::exists(installed, ignored)) elf = installed.lexically_normal();
   if (symbols::elfSymbolsAvailable()) {
     try {
       from = elf.string();
