@@ -1,5 +1,6 @@
 #include "OsServices.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "NativePlatform.h"
@@ -27,5 +28,17 @@ ScopedOsOverride::ScopedOsOverride(OsServices& replacement)
     : previous_(activeOverride.exchange(&replacement, std::memory_order_acq_rel)) {}
 
 ScopedOsOverride::~ScopedOsOverride() { activeOverride.store(previous_, std::memory_order_release); }
+
+namespace {
+thread_local char loadFailure[1024];
+}
+
+void keepLoadFailure(const std::string& text) {
+  const std::size_t length = std::min(text.size(), sizeof loadFailure - 1);
+  text.copy(loadFailure, length);
+  loadFailure[length] = '\0';
+}
+
+std::string keptLoadFailure() { return loadFailure; }
 
 }  // namespace KV_ORV

@@ -82,6 +82,13 @@ OsServices& os();
 // The real operating system, whatever override is in force.
 OsServices& nativeOs();
 
+// Where the platform layers keep this thread's account of its last library
+// load that failed (lastLoadFailure). A plain buffer, cut at 1 KiB: a
+// thread_local with a destructor would keep the library that holds it from
+// ever being unloaded.
+void keepLoadFailure(const std::string& text);
+std::string keptLoadFailure();
+
 // Installs a replacement for the lifetime of this object (tests only).
 class ScopedOsOverride {
  public:

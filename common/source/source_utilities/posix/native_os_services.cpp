@@ -107,7 +107,7 @@ class PosixOsServices final : public OsServices {
   // linker's own path first, then the executable's directory, the working
   // directory and each directory of PATH.
   LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
-    loadFailure_.clear();
+    keepLoadFailure("");
     std::string name = file;
     if (name.find('/') != std::string::npos) return openCandidate(name, errorCode);
     if (void* handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
@@ -127,8 +127,8 @@ class PosixOsServices final : public OsServices {
       if (isFile(candidate)) return openCandidate(candidate, errorCode);
     }
     errorCode = kModuleNotFound;
-    loadFailure_ = linkerMessage + "; not beside the program (" + executableDirectory() +
-                   "), in the working folder or in a PATH folder either";
+    keepLoadFailure(linkerMessage + "; not beside the program (" + executableDirectory() +
+                    "), in the working folder or in a PATH folder either");
     return nullptr;
   }
 
@@ -146,18 +146,14 @@ class PosixOsServices final : public OsServices {
     if (handle == nullptr) {
       errorCode = isFile(path) ? kBadImage : kModuleNotFound;
       const char* linkerSays = dlerror();
-      loadFailure_ = linkerSays != nullptr ? linkerSays : path + ": cannot be loaded";
+      keepLoadFailure(linkerSays != nullptr ? linkerSays : path + ": cannot be loaded");
     }
     return handle;
   }
-  std::string lastLoadFailure() override { return loadFailure_; }
-
-  static thread_local std::string loadFailure_;
+  std::string lastLoadFailure() override { return keptLoadFailure(); }
 };
 
 }  // namespace
-
-thread_local std::string PosixOsServices::loadFailure_;
 
 OsServices& nativeOs() {
   static PosixOsServices services;

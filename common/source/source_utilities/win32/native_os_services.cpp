@@ -74,16 +74,16 @@ class Win32OsServices final : public OsServices {
   void debuggerOutput(const char* text) override { OutputDebugStringA(text); }
 
   LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
-    loadFailure_.clear();
+    keepLoadFailure("");
     HMODULE module = LoadLibraryA(file);
     if (module == nullptr) {
       errorCode = GetLastError();
-      loadFailure_ = std::string(file) + ": " + systemMessage(errorCode) +
-                     "; Windows looked beside the program, in the system folders, the working folder and PATH";
+      keepLoadFailure(std::string(file) + ": " + systemMessage(errorCode) +
+                      "; Windows looked beside the program, in the system folders, the working folder and PATH");
     }
     return reinterpret_cast<LibraryHandle>(module);
   }
-  std::string lastLoadFailure() override { return loadFailure_; }
+  std::string lastLoadFailure() override { return keptLoadFailure(); }
 
   void* librarySymbol(LibraryHandle handle, const char* name, std::uint32_t& errorCode) override {
     FARPROC address = GetProcAddress(static_cast<HMODULE>(handle), name);
@@ -105,11 +105,7 @@ class Win32OsServices final : public OsServices {
     }
     return text.empty() ? "error " + std::to_string(code) : text + " (error " + std::to_string(code) + ")";
   }
-
-  static thread_local std::string loadFailure_;
 };
-
-thread_local std::string Win32OsServices::loadFailure_;
 
 }  // namespace
 
