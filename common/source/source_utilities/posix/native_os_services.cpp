@@ -104,8 +104,10 @@ class PosixOsServices final : public OsServices {
   }
 
   // Searches like the Windows loader does for a bare name: the dynamic
-  // linker's own path first, then the executable's directory, the working
-  // directory and each directory of PATH.
+  // linker's own path first, then the executable's directory, the private
+  // library folder of an installed Vestrel beside it (../lib/vestrel: found
+  // even where a sanitizer's runtime, intercepting dlopen, hides the
+  // program's RUNPATH), the working directory and each directory of PATH.
   LibraryHandle loadLibrary(const char* file, std::uint32_t& errorCode) override {
     keepLoadFailure("");
     std::string name = file;
@@ -114,7 +116,8 @@ class PosixOsServices final : public OsServices {
     const char* linkerSays = dlerror();
     const std::string linkerMessage = linkerSays != nullptr ? linkerSays : name + ": not found";
 
-    std::string directories = executableDirectory() + ":.";
+    const std::string programFolder = executableDirectory();
+    std::string directories = programFolder + ":" + programFolder + "/../lib/vestrel:.";
     if (const char* path = getenv("PATH")) directories += std::string(":") + path;
     std::size_t start = 0;
     while (start <= directories.size()) {
@@ -127,8 +130,8 @@ class PosixOsServices final : public OsServices {
       if (isFile(candidate)) return openCandidate(candidate, errorCode);
     }
     errorCode = kModuleNotFound;
-    keepLoadFailure(linkerMessage + "; not beside the program (" + executableDirectory() +
-                    "), in the working folder or in a PATH folder either");
+    keepLoadFailure(linkerMessage + "; not beside the program (" + programFolder + ") or in ../lib/vestrel, " +
+                    "the working folder or a PATH folder either");
     return nullptr;
   }
 
