@@ -205,7 +205,7 @@ TEST_F(DecodeCommand, TimelineAndReportFiles) {
                                 "\" --html \"" + file("report.html") + "\"");
   ASSERT_EQ(run.exitCode, 0) << run.err;
   const json timeline = json::parse(readFile(file("trace.json")));
-  EXPECT_EQ(timeline["metadata"]["time-unit"], "microseconds");
+  EXPECT_EQ(timeline["metadata"]["time_unit"], "microseconds");
   double last = 0;
   std::map<int, int> open;  // per track
   int nested = 0;
@@ -304,22 +304,22 @@ TEST_F(DecodeCommand, RawJsonHasAnObjectForEveryPacketToo) {
   const CommandRun run = decodeInput("--json --raw", file("raw.swo"));
   ASSERT_EQ(run.exitCode, 0) << run.err;
   EXPECT_EQ(run.out,
-            "{\"offset\":0,\"kind\":\"instrumentation\",\"header\":17,\"port\":2,\"size\":1,\"value\":7,\"cycles\":3,"
+            "{\"kind\":\"instrumentation\",\"offset\":0,\"header\":17,\"port\":2,\"size\":1,\"value\":7,\"cycles\":3,"
             "\"exact\":true}\n"
-            "{\"offset\":2,\"kind\":\"instrumentation\",\"header\":17,\"port\":2,\"size\":1,\"value\":9,\"cycles\":3,"
+            "{\"kind\":\"instrumentation\",\"offset\":2,\"header\":17,\"port\":2,\"size\":1,\"value\":9,\"cycles\":3,"
             "\"exact\":true}\n"
-            "{\"offset\":4,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":72,\"cycles\":3,"
+            "{\"kind\":\"instrumentation\",\"offset\":4,\"header\":1,\"port\":0,\"size\":1,\"value\":72,\"cycles\":3,"
             "\"exact\":true}\n"
-            "{\"offset\":6,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":105,\"cycles\":3,"
+            "{\"kind\":\"instrumentation\",\"offset\":6,\"header\":1,\"port\":0,\"size\":1,\"value\":105,\"cycles\":3,"
             "\"exact\":true}\n"
-            "{\"offset\":8,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":10,\"cycles\":3,"
+            "{\"kind\":\"instrumentation\",\"offset\":8,\"header\":1,\"port\":0,\"size\":1,\"value\":10,\"cycles\":3,"
             "\"exact\":true}\n"
-            "{\"offset\":4,\"kind\":\"text\",\"port\":0,\"text\":\"Hi\",\"cycles\":3,\"exact\":true}\n"
-            "{\"offset\":10,\"kind\":\"local-timestamp\",\"header\":192,\"value\":3,\"tc\":0,\"cycles\":3,"
+            "{\"kind\":\"text\",\"offset\":4,\"port\":0,\"text\":\"Hi\",\"cycles\":3,\"exact\":true}\n"
+            "{\"kind\":\"local-timestamp\",\"offset\":10,\"header\":192,\"value\":3,\"tc\":0,\"cycles\":3,"
             "\"exact\":true}\n"
-            "{\"offset\":0,\"kind\":\"text\",\"port\":2,\"text\":\"\\u0007\\t\",\"cycles\":3,\"exact\":true}\n");
+            "{\"kind\":\"text\",\"offset\":0,\"port\":2,\"text\":\"\\u0007\\t\",\"cycles\":3,\"exact\":true}\n");
   // Without --raw, the text lines only.
   EXPECT_EQ(decodeInput("--json", file("raw.swo")).out,
-            "{\"offset\":4,\"kind\":\"text\",\"port\":0,\"text\":\"Hi\",\"cycles\":3,\"exact\":true}\n"
-            "{\"offset\":0,\"kind\":\"text\",\"port\":2,\"text\":\"\\u0007\\t\",\"cycles\":3,\"exact\":true}\n");
+            "{\"kind\":\"text\",\"offset\":4,\"port\":0,\"text\":\"Hi\",\"cycles\":3,\"exact\":true}\n"
+            "{\"kind\":\"text\",\"offset\":0,\"port\":2,\"text\":\"\\u0007\\t\",\"cycles\":3,\"exact\":true}\n");
 }

@@ -41,6 +41,12 @@ TEST(ItmDecoder, SynchronizationNeedsFortySevenZeroBitsThenAOne) {
   EXPECT_EQ(shortRun[1].offset, 4u);
 }
 
+TEST(ItmDecoder, AKindPrintsItsName) {
+  // A failed check says "overflow", not the enum's bytes.
+  EXPECT_EQ(::testing::PrintToString(PacketKind::Overflow), "overflow");
+  EXPECT_EQ(::testing::PrintToString(PacketKind::DataTraceMatch), "data-trace-match");
+}
+
 TEST(ItmDecoder, Overflow) { EXPECT_EQ(only({0x70}).kind, PacketKind::Overflow); }
 
 TEST(ItmDecoder, LocalTimestampFormatTwoCarriesItsValueInTheHeader) {
@@ -57,11 +63,11 @@ TEST(ItmDecoder, LocalTimestampFormatOneIsLeastSignificantGroupFirst) {
   EXPECT_EQ(p.kind, PacketKind::LocalTimestamp);
   EXPECT_EQ(p.value, 0x1234567u);
   EXPECT_EQ(p.size, 4u);
-  EXPECT_EQ(p.control, 0u);
+  EXPECT_EQ(p.timestampRelation, 0u);
   EXPECT_EQ(only({0xC0, 0x05}).value, 5u);
-  EXPECT_EQ(only({0xD0, 0x05}).control, 1u);
-  EXPECT_EQ(only({0xE0, 0x05}).control, 2u);
-  EXPECT_EQ(only({0xF0, 0x05}).control, 3u);
+  EXPECT_EQ(only({0xD0, 0x05}).timestampRelation, 1u);
+  EXPECT_EQ(only({0xE0, 0x05}).timestampRelation, 2u);
+  EXPECT_EQ(only({0xF0, 0x05}).timestampRelation, 3u);
 }
 
 TEST(ItmDecoder, HeadersThatLookLikeTimestampsButAreNot) {
@@ -124,10 +130,23 @@ TEST(ItmDecoder, OtherExtensionPackets) {
   EXPECT_EQ(continued.value, 0x81u);
 }
 
+TEST(ItmDecoder, OnlyTheSourcePacketsPayloadSaysItsKind) {
+  // The same hardware header with its payload split across feeds.
+  std::vector<Packet> packets;
+  ItmDecoder decoder([&](const Packet& p) { packets.push_back(p); });
+  decoder.feed(std::string("\x0E\x0F", 2));
+  EXPECT_TRUE(packets.empty());
+  decoder.feed(std::string("\x10", 1));
+  ASSERT_EQ(packets.size(), 1u);
+  EXPECT_EQ(packets[0].kind, PacketKind::ExceptionTrace);
+  EXPECT_EQ(packets[0].exception, 15u);
+  EXPECT_EQ(packets[0].function, ExceptionFunction::Entered);
+}
+
 TEST(ItmDecoder, EventCounter) {
   const Packet p = only({0x05, 0x21});
   EXPECT_EQ(p.kind, PacketKind::EventCounter);
-  EXPECT_EQ(p.control, 0x21u);
+  EXPECT_EQ(p.counterWraps, 0x21u);
 }
 
 TEST(ItmDecoder, ExceptionTrace) {
@@ -147,8 +166,8 @@ TEST(ItmDecoder, PeriodicPcSamples) {
   EXPECT_EQ(pc.value, 0x12345678u);
   const Packet asleep = only({0x15, 0x00});
   EXPECT_EQ(asleep.kind, PacketKind::PcSleep);
-  EXPECT_EQ(asleep.control, 0x00u);
-  EXPECT_EQ(only({0x15, 0xFF}).control, 0xFFu);
+  EXPECT_EQ(asleep.sleepPayload, 0x00u);
+  EXPECT_EQ(only({0x15, 0xFF}).sleepPayload, 0xFFu);
 }
 
 TEST(ItmDecoder, DataTraceForEachComparator) {
@@ -156,22 +175,22 @@ TEST(ItmDecoder, DataTraceForEachComparator) {
   for (std::uint32_t comparator = 0; comparator < 4; ++comparator) {
     const Packet pc = only({pcHeaders[comparator], 0x00, 0x10, 0x00, 0x08});
     EXPECT_EQ(pc.kind, PacketKind::DataTracePc);
-    EXPECT_EQ(pc.port, comparator);
+    EXPECT_EQ(pc.comparator, comparator);
     EXPECT_EQ(pc.value, 0x08001000u);
   }
   const Packet address = only({0x4E, 0x34, 0x12});
   EXPECT_EQ(address.kind, PacketKind::DataTraceAddress);
-  EXPECT_EQ(address.port, 0u);
+  EXPECT_EQ(address.comparator, 0u);
   EXPECT_EQ(address.value, 0x1234u);
-  EXPECT_EQ(only({0x7E, 0x01, 0x00}).port, 3u);
+  EXPECT_EQ(only({0x7E, 0x01, 0x00}).comparator, 3u);
   const Packet write = only({0x9F, 0xEF, 0xBE, 0xAD, 0xDE});
   EXPECT_EQ(write.kind, PacketKind::DataTraceValue);
-  EXPECT_EQ(write.port, 1u);
+  EXPECT_EQ(write.comparator, 1u);
   EXPECT_TRUE(write.write);
   EXPECT_EQ(write.value, 0xDEADBEEFu);
   const Packet read = only({0x85, 0x7F});
   EXPECT_FALSE(read.write);
-  EXPECT_EQ(read.port, 0u);
+  EXPECT_EQ(read.comparator, 0u);
   EXPECT_EQ(read.size, 1u);
 }
 

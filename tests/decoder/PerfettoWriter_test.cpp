@@ -50,7 +50,7 @@ const std::string kNested(
 
 TEST(PerfettoTimeline, NestedHandlersAreNestedSlicesInTimeOrder) {
   const json document = timelineOf(kNested);
-  EXPECT_EQ(document["metadata"]["time-unit"], "cycles");
+  EXPECT_EQ(document["metadata"]["time_unit"], "cycles");
   std::vector<std::string> slices;
   for (const auto& event : document["traceEvents"]) {
     if (event["ph"] == "B" || event["ph"] == "E") {
@@ -101,7 +101,7 @@ TEST(PerfettoTimeline, TimesAreMicrosecondsOfTheClockAndPrescale) {
   timing.clockHz = 2000000.0;
   timing.timestampPrescale = 4;
   const json document = timelineOf(kNested, timing);
-  EXPECT_EQ(document["metadata"]["time-unit"], "microseconds");
+  EXPECT_EQ(document["metadata"]["time_unit"], "microseconds");
   const auto begins = eventsOf(document, "B");
   ASSERT_EQ(begins.size(), 2u);
   EXPECT_DOUBLE_EQ(begins[0]["ts"].get<double>(), 20.0);  // 10 cycles * 4 / 2 MHz

@@ -40,7 +40,7 @@ Packet pcSample(std::uint32_t pc) {
 Packet sleepSample(std::uint8_t payload = 0) {
   Packet p;
   p.kind = PacketKind::PcSleep;
-  p.control = payload;
+  p.sleepPayload = payload;
   return p;
 }
 

@@ -1,4 +1,5 @@
 #include "TraceText.h"
+#include "TraceStatistics.h"
 
 #include <gtest/gtest.h>
 
@@ -116,9 +117,9 @@ TEST(TraceText, TimesForAnyClockStayWholeNumbersOrNull) {
   Timing vanishing;
   vanishing.clockHz = 1e-320;  // cycles / clock is infinite
   EXPECT_EQ(jsonOf(std::string("\x80\x80\x20", 3), vanishing),
-            "{\"offset\":0,\"kind\":\"malformed\",\"header\":128,\"bytes\":2,\"cycles\":2,\"exact\":true,"
+            "{\"kind\":\"malformed\",\"offset\":0,\"header\":128,\"bytes\":2,\"cycles\":2,\"exact\":true,"
             "\"seconds\":null}\n"
-            "{\"offset\":2,\"kind\":\"local-timestamp\",\"header\":32,\"value\":2,\"tc\":0,\"cycles\":2,\"exact\":true,"
+            "{\"kind\":\"local-timestamp\",\"offset\":2,\"header\":32,\"value\":2,\"tc\":0,\"cycles\":2,\"exact\":true,"
             "\"seconds\":null}\n");
 }
 
@@ -200,32 +201,32 @@ TEST(JsonLines, EveryPacketCarriesItsTime) {
       jsonOf(std::string("\x01"
                          "A\x0E\x0F\x10\x50\x01\n",
                          8)),
-      "{\"offset\":0,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":65,"
+      "{\"kind\":\"instrumentation\",\"offset\":0,\"header\":1,\"port\":0,\"size\":1,\"value\":65,"
       "\"cycles\":5,\"exact\":true}\n"
-      "{\"offset\":2,\"kind\":\"exception\",\"header\":14,\"exception\":15,\"name\":\"SysTick\","
+      "{\"kind\":\"exception\",\"offset\":2,\"header\":14,\"exception\":15,\"name\":\"SysTick\","
       "\"function\":\"entered\",\"cycles\":5,\"exact\":true}\n"
-      "{\"offset\":5,\"kind\":\"local-timestamp\",\"header\":80,\"value\":5,\"tc\":0,\"cycles\":5,\"exact\":true}\n"
-      "{\"offset\":6,\"kind\":\"instrumentation\",\"header\":1,\"port\":0,\"size\":1,\"value\":10,"
+      "{\"kind\":\"local-timestamp\",\"offset\":5,\"header\":80,\"value\":5,\"tc\":0,\"cycles\":5,\"exact\":true}\n"
+      "{\"kind\":\"instrumentation\",\"offset\":6,\"header\":1,\"port\":0,\"size\":1,\"value\":10,"
       "\"cycles\":5,\"exact\":false}\n"
-      "{\"offset\":0,\"kind\":\"text\",\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
+      "{\"kind\":\"text\",\"offset\":0,\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
 }
 
 TEST(JsonLines, WithoutRawTheyCarryWhatTheTextCarries) {
   EXPECT_EQ(eventsOf(std::string("\x01"
                                  "A\x0E\x0F\x10\x50\x01\n",
                                  8)),
-            "{\"offset\":2,\"kind\":\"exception\",\"header\":14,\"exception\":15,\"name\":\"SysTick\","
+            "{\"kind\":\"exception\",\"offset\":2,\"header\":14,\"exception\":15,\"name\":\"SysTick\","
             "\"function\":\"entered\",\"cycles\":5,\"exact\":true}\n"
-            "{\"offset\":0,\"kind\":\"text\",\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
+            "{\"kind\":\"text\",\"offset\":0,\"port\":0,\"text\":\"A\",\"cycles\":5,\"exact\":false}\n");
 }
 
 TEST(JsonLines, SecondsGivenTheClockAndRunsWithTheirLength) {
   Timing timing;
   timing.clockHz = 1000.0;
   EXPECT_EQ(jsonOf(std::string("\x80\x80\x20", 3), timing),
-            "{\"offset\":0,\"kind\":\"malformed\",\"header\":128,\"bytes\":2,\"cycles\":2,\"exact\":true,"
+            "{\"kind\":\"malformed\",\"offset\":0,\"header\":128,\"bytes\":2,\"cycles\":2,\"exact\":true,"
             "\"seconds\":0.002000000}\n"
-            "{\"offset\":2,\"kind\":\"local-timestamp\",\"header\":32,\"value\":2,\"tc\":0,\"cycles\":2,\"exact\":true,"
+            "{\"kind\":\"local-timestamp\",\"offset\":2,\"header\":32,\"value\":2,\"tc\":0,\"cycles\":2,\"exact\":true,"
             "\"seconds\":0.002000000}\n");
 }
 
@@ -263,7 +264,9 @@ TEST(TraceText, StatisticsAsJson) {
                   "A\x70\x80\x00\x00\x00",
                   7));
   decoder.finish();
-  EXPECT_EQ(statisticsJson(decoder.statistics()),
-            "{\"bytes\":7,\"kind\":\"statistics\",\"malformed-bytes\":1,\"packets\":{\"instrumentation\":1,"
-            "\"malformed\":1,\"overflow\":1,\"zeros\":1},\"padding-bytes\":0,\"sync-losses\":0,\"zero-bytes\":3}");
+  OutputBuffer out;
+  writeStatisticsJson(out, decoder.statistics());
+  EXPECT_EQ(out.text(),
+            "{\"kind\":\"statistics\",\"bytes\":7,\"packets\":{\"overflow\":1,\"instrumentation\":1,\"zeros\":1,"
+            "\"malformed\":1},\"malformed_bytes\":1,\"zero_bytes\":3,\"padding_bytes\":0,\"sync_losses\":0}\n");
 }

@@ -18,6 +18,7 @@
 #include "ReportCollector.h"
 #include "SectionReader.h"
 #include "TpiuDeframer.h"
+#include "TraceStatistics.h"
 
 namespace vestrel::decode {
 
@@ -166,10 +167,7 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   } else {
     text.flush();
   }
-  if (options.statistics && options.json) {
-    output.append(statisticsJson(decoder.statistics()));
-    output.append('\n');
-  }
+  if (options.statistics && options.json) writeStatisticsJson(output, decoder.statistics());
   if (options.statistics && !options.json) writeStatistics(output, decoder.statistics());
   const bool named = options.symbols != nullptr && !options.symbols->empty();
   if (options.profile) {

@@ -28,12 +28,6 @@ struct DecodeOptions {
   Timing timing;
   std::size_t blockSize = std::size_t{1} << 20;
 
-  // Following a file as it grows (like tail -f): at its end, wait for more
-  // instead of ending. It ends when stop() says so (Ctrl-C), when the file
-  // at followPath is deleted, replaced by another file (followIdentity, the
-  // one being read, is no longer the one at the path), truncated (shorter
-  // than what was read, or its last bytes read are no longer there), or
-  // after idleExitSeconds without growth.
   // A timeline for the Perfetto UI written here too (null: none), with these
   // stimulus ports as counters.
   std::FILE* perfetto = nullptr;
@@ -46,6 +40,12 @@ struct DecodeOptions {
   std::FILE* html = nullptr;
   std::string reportSource;
 
+  // Following a file as it grows (like tail -f): at its end, wait for more
+  // instead of ending. It ends when stop() says so (Ctrl-C), when the file
+  // at followPath is deleted, replaced by another file (followIdentity, the
+  // one being read, is no longer the one at the path), truncated (shorter
+  // than what was read, or its last bytes read are no longer there), or
+  // after idleExitSeconds without growth.
   bool follow = false;
   std::string followPath;
   std::optional<FileIdentity> followIdentity;

@@ -1,5 +1,7 @@
 #include "ItmDecoder.h"
 
+#include <ostream>
+
 namespace vestrel::decode {
 
 const char* kindName(PacketKind kind) {
@@ -46,6 +48,8 @@ const char* kindName(PacketKind kind) {
   return "unknown";
 }
 
+void PrintTo(PacketKind kind, std::ostream* os) { *os << kindName(kind); }
+
 namespace {
 constexpr std::uint8_t kSizes[4] = {0, 1, 2, 4};  // source packet SS -> payload bytes
 }
@@ -56,8 +60,8 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
     const std::uint8_t byte = data[i];
     // Most packets are source packets whose payload is already here: decode
     // them straight from the buffer.
-    if (state_ == State::Header && (byte & 0x03) != 0) {
-      const std::uint8_t payload = kSizes[byte & 0x03];
+    if (state_ == State::Header && (byte & 0b0000'0011) != 0) {
+      const std::uint8_t payload = kSizes[byte & 0b11];
       if (i + payload < size) {
         std::uint64_t value = 0;
         for (std::uint8_t b = 0; b < payload; ++b) value |= static_cast<std::uint64_t>(data[i + 1 + b]) << (8 * b);
@@ -72,9 +76,9 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
         header(byte);
         break;
       case State::Zeros:
-        if (byte == 0x00) {
+        if (byte == 0b0000'0000) {
           ++zeros_;
-        } else if (byte == 0x80 && zeros_ >= 5) {
+        } else if (byte == 0b1000'0000 && zeros_ >= 5) {
           // At least 47 zero bits, then a one.
           Packet sync;
           sync.kind = PacketKind::Sync;
@@ -96,7 +100,7 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
         break;
       case State::Continuation:
         raw_[received_++] = byte;
-        if ((byte & 0x80) == 0) {
+        if ((byte & 0b1000'0000) == 0) {
           completeContinued();
         } else if (received_ == maximum_) {
           // The last byte a packet may have still says another follows.
@@ -133,9 +137,8 @@ void ItmDecoder::endZeroRun() {
   emit(run);
 }
 
-void ItmDecoder::startFixed(PacketKind kind, std::uint8_t header, std::uint8_t size) {
+void ItmDecoder::startFixed(std::uint8_t header, std::uint8_t size) {
   pending_ = Packet{};
-  pending_.kind = kind;
   pending_.header = header;
   pending_.offset = offset_;
   pending_.size = size;
@@ -145,19 +148,25 @@ void ItmDecoder::startFixed(PacketKind kind, std::uint8_t header, std::uint8_t s
 }
 
 void ItmDecoder::startContinued(PacketKind kind, std::uint8_t header, std::uint8_t maximum) {
-  startFixed(kind, header, 0);
+  startFixed(header, 0);
+  pending_.kind = kind;
   maximum_ = maximum;
   state_ = State::Continuation;
 }
 
+// Header bytes as the ARMv7-M Architecture Reference Manual (DDI 0403E,
+// appendix D4) draws them, bit 7 on the left; ARMv8-M adds the data trace
+// match and PMU overflow source packets and the sleep payload.
 void ItmDecoder::header(std::uint8_t byte) {
-  if (byte == 0x00) {
+  // D4.2.1 Synchronization: at least 47 zero bits, then a one.
+  if (byte == 0b0000'0000) {
     zeros_ = 1;
     zerosOffset_ = offset_;
     state_ = State::Zeros;
     return;
   }
-  if (byte == 0x70) {
+  // D4.2.3 Overflow: 0b0111'0000.
+  if (byte == 0b0111'0000) {
     Packet overflow;
     overflow.kind = PacketKind::Overflow;
     overflow.header = byte;
@@ -165,53 +174,57 @@ void ItmDecoder::header(std::uint8_t byte) {
     emit(overflow);
     return;
   }
-  const std::uint8_t low = byte & 0x0F;
-  if (low == 0x00) {
-    if ((byte & 0x80) == 0) {
-      // Local timestamp format 2: the value sits in the header (1 to 6).
+  if ((byte & 0b0000'1111) == 0b0000'0000) {
+    // D4.2.4 Local timestamp format 2, 0b0TTT'0000: the value (1 to 6) sits in
+    // the header.
+    if ((byte & 0b1000'0000) == 0) {
       Packet timestamp;
       timestamp.kind = PacketKind::LocalTimestamp;
       timestamp.header = byte;
       timestamp.offset = offset_;
-      timestamp.value = (byte >> 4) & 0x07;
+      timestamp.value = (byte >> 4) & 0b111;
       emit(timestamp);
       return;
     }
-    if ((byte & 0xC0) == 0xC0) {
+    // D4.2.4 Local timestamp format 1, 0b11TC'0000, then 1 to 4 bytes.
+    if ((byte & 0b1100'0000) == 0b1100'0000) {
       startContinued(PacketKind::LocalTimestamp, byte, 4);
       return;
     }
-    malformed(byte, offset_);  // 0x80, 0x90, 0xA0, 0xB0
+    malformed(byte, offset_);  // 0b10xx'0000 is reserved
     return;
   }
-  if (low == 0x04) {
-    if (byte == 0x94) {
+  if ((byte & 0b0000'1111) == 0b0000'0100) {
+    // D4.2.5 Global timestamps: GTS1 0b1001'0100 (up to 4 bytes), GTS2
+    // 0b1011'0100 (up to 6 bytes).
+    if (byte == 0b1001'0100) {
       startContinued(PacketKind::GlobalTimestamp1, byte, 4);
-    } else if (byte == 0xB4) {
+    } else if (byte == 0b1011'0100) {
       startContinued(PacketKind::GlobalTimestamp2, byte, 6);
     } else {
       malformed(byte, offset_);
     }
     return;
   }
-  if ((byte & 0x0B) == 0x08) {
-    if ((byte & 0x80) != 0) {
+  // D4.2.6 Extension, 0bCEEE'1S00: SH (S) 0 is the ITM's stimulus port page.
+  if ((byte & 0b0000'1011) == 0b0000'1000) {
+    if ((byte & 0b1000'0000) != 0) {
       startContinued(PacketKind::Extension, byte, 4);
       return;
     }
     Packet extension;
     extension.header = byte;
     extension.offset = offset_;
-    extension.value = (byte >> 4) & 0x07;
-    extension.kind = (byte & 0x04) == 0 ? PacketKind::StimulusPage : PacketKind::Extension;
+    extension.value = (byte >> 4) & 0b111;
+    extension.kind = (byte & 0b0000'0100) == 0 ? PacketKind::StimulusPage : PacketKind::Extension;
     if (extension.kind == PacketKind::StimulusPage) page_ = static_cast<std::uint32_t>(extension.value);
     emit(extension);
     return;
   }
-  if ((byte & 0x03) != 0) {
-    const std::uint8_t size = kSizes[byte & 0x03];
-    const bool hardware = (byte & 0x04) != 0;
-    startFixed(hardware ? PacketKind::EventCounter : PacketKind::Instrumentation, byte, size);
+  // D4.2.8 Instrumentation 0bAAAA'A0SS, D4.2.9 hardware source 0bAAAA'A1SS:
+  // SS gives the payload size; the kind is known once the payload is here.
+  if ((byte & 0b0000'0011) != 0) {
+    startFixed(byte, kSizes[byte & 0b11]);
     return;
   }
   malformed(byte, offset_);
@@ -230,48 +243,15 @@ void ItmDecoder::completeSource(std::uint8_t header, std::uint64_t offset, std::
   packet.offset = offset;
   packet.size = size;
   packet.value = value;
-  const std::uint32_t address = header >> 3;
+  const std::uint32_t address = header >> 3;  // A: the port, or the discriminator
 
-  if ((header & 0x04) == 0) {
+  if ((header & 0b0000'0100) == 0) {
     packet.kind = PacketKind::Instrumentation;
     packet.port = page_ * 32 + address;
     emit(packet);
     return;
   }
-  // Hardware source packets, by discriminator.
-  if (address == 0 && size == 1) {
-    packet.kind = PacketKind::EventCounter;
-    packet.control = static_cast<std::uint8_t>(value);
-  } else if (address == 1 && size == 2) {
-    packet.kind = PacketKind::ExceptionTrace;
-    packet.exception = static_cast<std::uint16_t>((value & 0xFF) | ((value >> 8) & 0x01) << 8);
-    packet.function = static_cast<ExceptionFunction>((value >> 12) & 0x03);
-  } else if (address == 2 && size == 4) {
-    packet.kind = PacketKind::PcSample;
-  } else if (address == 2 && size == 1) {
-    packet.kind = PacketKind::PcSleep;
-    packet.control = static_cast<std::uint8_t>(value);
-  } else if (address == 3 && size == 1) {
-    packet.kind = PacketKind::PmuOverflow;
-  } else if (address >= 8 && address <= 23) {
-    const std::uint32_t type = (address >> 3) & 0x03;
-    packet.port = (address >> 1) & 0x03;
-    const bool x = (address & 0x01) != 0;
-    if (type == 1 && !x && size == 4) {
-      packet.kind = PacketKind::DataTracePc;
-    } else if (type == 1 && !x && size == 1 && (value & 0x01) != 0) {
-      packet.kind = PacketKind::DataTraceMatch;
-    } else if (type == 1 && x && size == 2) {
-      packet.kind = PacketKind::DataTraceAddress;
-    } else if (type == 2) {
-      packet.kind = PacketKind::DataTraceValue;
-      packet.write = x;
-    } else {
-      packet.kind = PacketKind::Malformed;
-    }
-  } else {
-    packet.kind = PacketKind::Malformed;
-  }
+  packet.kind = hardwareSource(packet, address);
   if (packet.kind == PacketKind::Malformed) {
     // The header was read; its payload was read with it, so decoding goes
     // on right after the packet.
@@ -281,26 +261,70 @@ void ItmDecoder::completeSource(std::uint8_t header, std::uint64_t offset, std::
   emit(packet);
 }
 
+// The hardware source packets by discriminator (D4.3, DWT use of them);
+// Malformed for a discriminator or size the architecture does not define.
+PacketKind ItmDecoder::hardwareSource(Packet& packet, std::uint32_t discriminator) {
+  const std::uint8_t size = packet.size;
+  const std::uint64_t value = packet.value;
+  if (discriminator == 0 && size == 1) {
+    // D4.3.1 Event counter wrap: one bit per counter.
+    packet.counterWraps = static_cast<std::uint8_t>(value);
+    return PacketKind::EventCounter;
+  }
+  if (discriminator == 1 && size == 2) {
+    // D4.3.2 Exception trace: exception number in bits 8:0, function in 13:12.
+    packet.exception = static_cast<std::uint16_t>(value & 0b1'1111'1111);
+    packet.function = static_cast<ExceptionFunction>((value >> 12) & 0b11);
+    return PacketKind::ExceptionTrace;
+  }
+  if (discriminator == 2 && size == 4) return PacketKind::PcSample;  // D4.3.3 periodic PC sample
+  if (discriminator == 2 && size == 1) {
+    // D4.3.3 periodic PC sleep: the core was asleep (ARMv8-M: or sampling
+    // was prohibited, payload 0xFF).
+    packet.sleepPayload = static_cast<std::uint8_t>(value);
+    return PacketKind::PcSleep;
+  }
+  if (discriminator == 3 && size == 1) return PacketKind::PmuOverflow;  // ARMv8-M
+  if (discriminator < 8 || discriminator > 23) return PacketKind::Malformed;
+  // D4.3.4 Data trace, discriminator 0bTT'CC'X: type TT, comparator CC, and
+  // X (an address rather than a PC; a write rather than a read).
+  const std::uint32_t type = (discriminator >> 3) & 0b11;
+  const bool x = (discriminator & 0b1) != 0;
+  packet.comparator = static_cast<std::uint8_t>((discriminator >> 1) & 0b11);
+  if (type == 0b01 && !x && size == 4) return PacketKind::DataTracePc;
+  if (type == 0b01 && !x && size == 1 && (value & 0b1) != 0) return PacketKind::DataTraceMatch;  // ARMv8-M
+  if (type == 0b01 && x && size == 2) return PacketKind::DataTraceAddress;
+  if (type == 0b10) {
+    packet.write = x;
+    return PacketKind::DataTraceValue;
+  }
+  return PacketKind::Malformed;
+}
+
 void ItmDecoder::completeContinued() {
   Packet& packet = pending_;
   packet.size = received_;
   state_ = State::Header;
   std::uint64_t value = 0;
   int shift = 0;
-  for (std::uint8_t i = 0; i < received_; ++i, shift += 7) value |= static_cast<std::uint64_t>(raw_[i] & 0x7F) << shift;
+  // Each byte carries 7 bits, least significant first; bit 7 says another follows.
+  for (std::uint8_t i = 0; i < received_; ++i, shift += 7) {
+    value |= static_cast<std::uint64_t>(raw_[i] & 0b0111'1111) << shift;
+  }
 
   switch (packet.kind) {
     case PacketKind::LocalTimestamp:
-      packet.value = value & 0x0FFFFFFF;
-      packet.control = (packet.header >> 4) & 0x03;
+      // D4.2.4: a 28-bit delta; TC (header bits 5:4) relates it to the data.
+      packet.value = value & 0x0FFF'FFFF;
+      packet.timestampRelation = (packet.header >> 4) & 0b11;
       break;
     case PacketKind::GlobalTimestamp1:
       if (received_ == 4) {
-        // The fourth byte carries the wrap and clock-change flags above
-        // bits 25:21.
-        packet.wrap = (raw_[3] & 0x40) != 0;
-        packet.clockChange = (raw_[3] & 0x20) != 0;
-        value &= 0x03FFFFFF;
+        // D4.2.5: the fourth byte carries Wrap (bit 6) and ClkCh (bit 5)
+        // above TS[25:21].
+        packet.wrap = (raw_[3] & 0b0100'0000) != 0;
+        packet.clockChange = (raw_[3] & 0b0010'0000) != 0;
+        value &= 0x03FF'FFFF;
       }
       packet.value = value;
       break;

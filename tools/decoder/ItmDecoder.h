@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <string>
 
 namespace vestrel::decode {
@@ -40,6 +41,8 @@ enum class PacketKind {
 };
 
 const char* kindName(PacketKind kind);
+// For test failures: the kind's name.
+void PrintTo(PacketKind kind, std::ostream* os);
 
 enum class ExceptionFunction : std::uint8_t { Reserved = 0, Entered = 1, Exited = 2, Returned = 3 };
 
@@ -47,14 +50,17 @@ struct Packet {
   PacketKind kind = PacketKind::Malformed;
   std::uint64_t offset = 0;  // of the header byte in the stream
   std::uint8_t header = 0;
-  std::uint8_t size = 0;        // payload bytes
-  std::uint32_t port = 0;       // stimulus port (page applied), or DWT comparator
-  std::uint64_t value = 0;      // payload value, timestamp, PC, address, data
-  std::uint8_t control = 0;     // local timestamp TC; event counter bits; v8 sleep payload
-  bool write = false;           // data trace value: write (else read)
-  bool wrap = false;            // global timestamp 1
-  bool clockChange = false;     // global timestamp 1
-  std::uint16_t exception = 0;  // exception trace: exception number
+  std::uint8_t size = 0;               // payload bytes
+  std::uint64_t value = 0;             // payload value, timestamp, PC, address, data
+  std::uint32_t port = 0;              // instrumentation: stimulus port (page applied)
+  std::uint8_t comparator = 0;         // data trace: DWT comparator
+  bool write = false;                  // data trace value: write (else read)
+  std::uint8_t timestampRelation = 0;  // local timestamp: TC, how it relates to the data
+  bool wrap = false;                   // global timestamp 1
+  bool clockChange = false;            // global timestamp 1
+  std::uint8_t counterWraps = 0;       // event counter: a bit per counter that wrapped
+  std::uint8_t sleepPayload = 0;       // PC sleep: 0 asleep, 0xFF sampling prohibited (v8)
+  std::uint16_t exception = 0;         // exception trace: exception number
   ExceptionFunction function = ExceptionFunction::Reserved;
 };
 
@@ -87,10 +93,12 @@ class ItmDecoder {
   enum class State { Header, Payload, Continuation, Zeros };
 
   void header(std::uint8_t byte);
-  void startFixed(PacketKind kind, std::uint8_t header, std::uint8_t size);
+  // A source packet's payload to wait for; its kind is known at the end.
+  void startFixed(std::uint8_t header, std::uint8_t size);
   void startContinued(PacketKind kind, std::uint8_t header, std::uint8_t maximum);
   void completeFixed();
   void completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value);
+  static PacketKind hardwareSource(Packet& packet, std::uint32_t discriminator);
   void completeContinued();
   void emit(Packet& packet);
   void malformed(std::uint8_t byte, std::uint64_t offset, std::uint64_t bytes = 1);

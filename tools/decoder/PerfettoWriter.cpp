@@ -8,7 +8,7 @@ PerfettoWriter::PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::u
                                const symbols::SymbolTable* symbols, std::uint64_t maxEvents)
     : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)), symbols_(symbols), maxEvents_(maxEvents) {
   const bool microseconds = timing_.clockHz && *timing_.clockHz > 0;
-  out_.append("{\"displayTimeUnit\":\"ns\",\"metadata\":{\"source\":\"vestrel-decode\",\"time-unit\":\"");
+  out_.append("{\"displayTimeUnit\":\"ns\",\"metadata\":{\"source\":\"vestrel-decode\",\"time_unit\":\"");
   out_.append(microseconds ? "microseconds" : "cycles");
   out_.append("\"},\"traceEvents\":[\n");
   out_.append("{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":1,\"tid\":0,\"args\":{\"name\":\"SWO trace\"}}");

@@ -33,7 +33,7 @@ void appendPadded(OutputBuffer& out, std::uint64_t value, std::size_t width) {
 void Profile::add(const Packet& packet) {
   if (packet.kind == PacketKind::PcSleep) {
     ++samples_;
-    ++(packet.control == 0xFF ? prohibited_ : asleep_);
+    ++(packet.sleepPayload == 0xFF ? prohibited_ : asleep_);
     return;
   }
   if (packet.kind != PacketKind::PcSample) return;

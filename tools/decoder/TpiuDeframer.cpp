@@ -11,8 +11,8 @@ void TpiuDeframer::feed(const std::uint8_t* data, std::size_t size) {
     const std::uint8_t byte = data[i];
     syncWindow_ = (syncWindow_ << 8) | byte;
     if (syncWindow_ == kFullSync) {
-      // A full sync marks a frame boundary; the sync bytes themselves are
-      // not part of any frame.
+      // A full sync marks a frame boundary; the sync bytes themselves, and
+      // whatever part of a frame came before them, are not data.
       aligned_ = true;
       filled_ = 0;
       continue;
@@ -35,8 +35,6 @@ void TpiuDeframer::data(std::uint8_t byte) {
 // bit says whether the change applies after the next data byte (1) or at
 // once (0).
 void TpiuDeframer::frame() {
-  // A frame that is only the tail of a sync sequence still in the window is
-  // not data: full syncs may repeat.
   ++frames_;
   const std::uint8_t auxiliary = frame_[15];
   for (int pair = 0; pair < 8; ++pair) {

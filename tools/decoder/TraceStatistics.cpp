@@ -1,11 +1,18 @@
-// The decoder's statistics as text lines and as one JSON object.
-#include <nlohmann/json.hpp>
-#include <string>
+#include "TraceStatistics.h"
+
 #include <string_view>
 
-#include "TraceText.h"
-
 namespace vestrel::decode {
+
+namespace {
+
+constexpr int kKinds = static_cast<int>(PacketKind::Malformed) + 1;
+
+void appendSnakeCase(OutputBuffer& out, const char* name) {
+  for (const char* c = name; *c != '\0'; ++c) out.append(*c == '-' ? '_' : *c);
+}
+
+}  // namespace
 
 void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics) {
   auto row = [&](std::string_view name, std::uint64_t value) {
@@ -15,7 +22,7 @@ void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics) {
     out.append('\n');
   };
   row("bytes", statistics.bytes);
-  for (int kind = 0; kind <= static_cast<int>(PacketKind::Malformed); ++kind) {
+  for (int kind = 0; kind < kKinds; ++kind) {
     if (statistics.packets[kind] != 0) row(kindName(static_cast<PacketKind>(kind)), statistics.packets[kind]);
   }
   row("malformed bytes", statistics.malformedBytes);
@@ -24,19 +31,31 @@ void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics) {
   row("sync losses", statistics.syncLosses);
 }
 
-std::string statisticsJson(const DecoderStatistics& statistics) {
-  nlohmann::json packets = nlohmann::json::object();
-  for (int kind = 0; kind <= static_cast<int>(PacketKind::Malformed); ++kind) {
-    if (statistics.packets[kind] != 0) packets[kindName(static_cast<PacketKind>(kind))] = statistics.packets[kind];
+void writeStatisticsJson(OutputBuffer& out, const DecoderStatistics& statistics) {
+  auto field = [&](const char* name, std::uint64_t value) {
+    out.append(",\"");
+    out.append(name);
+    out.append("\":");
+    out.appendDecimal(value);
+  };
+  out.append("{\"kind\":\"statistics\"");
+  field("bytes", statistics.bytes);
+  out.append(",\"packets\":{");
+  bool first = true;
+  for (int kind = 0; kind < kKinds; ++kind) {
+    if (statistics.packets[kind] == 0) continue;
+    out.append(first ? "\"" : ",\"");
+    first = false;
+    appendSnakeCase(out, kindName(static_cast<PacketKind>(kind)));
+    out.append("\":");
+    out.appendDecimal(statistics.packets[kind]);
   }
-  const nlohmann::json object = {{"kind", "statistics"},
-                                 {"bytes", statistics.bytes},
-                                 {"packets", packets},
-                                 {"malformed-bytes", statistics.malformedBytes},
-                                 {"zero-bytes", statistics.zeroBytes},
-                                 {"padding-bytes", statistics.paddingBytes},
-                                 {"sync-losses", statistics.syncLosses}};
-  return object.dump();
+  out.append('}');
+  field("malformed_bytes", statistics.malformedBytes);
+  field("zero_bytes", statistics.zeroBytes);
+  field("padding_bytes", statistics.paddingBytes);
+  field("sync_losses", statistics.syncLosses);
+  out.append("}\n");
 }
 
 }  // namespace vestrel::decode

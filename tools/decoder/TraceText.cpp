@@ -156,18 +156,18 @@ void TextWriter::write(const Packet& p, PacketTime time) {
       where(p.value);
       break;
     case PacketKind::PcSleep:
-      out_.append(p.control == 0xFF ? "pc sample: sampling prohibited" : "pc sample: core asleep");
+      out_.append(p.sleepPayload == 0xFF ? "pc sample: sampling prohibited" : "pc sample: core asleep");
       break;
     case PacketKind::EventCounter:
       out_.append("event counter wrap ");
-      out_.appendHex(p.control, 2);
+      out_.appendHex(p.counterWraps, 2);
       break;
     case PacketKind::DataTracePc:
     case PacketKind::DataTraceAddress:
     case PacketKind::DataTraceValue:
     case PacketKind::DataTraceMatch:
       out_.append("data trace comparator ");
-      out_.appendDecimal(p.port);
+      out_.appendDecimal(p.comparator);
       if (p.kind == PacketKind::DataTracePc) {
         out_.append(" pc ");
         out_.appendHex(p.value, 8);
@@ -282,9 +282,9 @@ void JsonWriter::time(PacketTime when) {
 }
 
 void JsonWriter::textLine(const StimulusLines::Line& line) {
-  out_.append("{\"offset\":");
+  out_.append("{\"kind\":\"text\",\"offset\":");
   out_.appendDecimal(line.offset);
-  out_.append(",\"kind\":\"text\",\"port\":");
+  out_.append(",\"port\":");
   out_.appendDecimal(line.port);
   out_.append(",\"text\":\"");
   appendJsonString(out_, line.text);
@@ -302,11 +302,11 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
     }
     if (!hasALineOfItsOwn(p.kind)) return;
   }
-  out_.append("{\"offset\":");
-  out_.appendDecimal(p.offset);
-  out_.append(",\"kind\":\"");
+  out_.append("{\"kind\":\"");
   out_.append(kindName(p.kind));
-  out_.append("\",\"header\":");
+  out_.append("\",\"offset\":");
+  out_.appendDecimal(p.offset);
+  out_.append(",\"header\":");
   out_.appendDecimal(p.header);
   switch (p.kind) {
     case PacketKind::Instrumentation:
@@ -331,7 +331,7 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
     case PacketKind::DataTraceValue:
     case PacketKind::DataTraceMatch:
       out_.append(",\"comparator\":");
-      out_.appendDecimal(p.port);
+      out_.appendDecimal(p.comparator);
       out_.append(",\"value\":");
       out_.appendDecimal(p.value);
       if (p.kind == PacketKind::DataTraceValue) out_.append(p.write ? ",\"write\":true" : ",\"write\":false");
@@ -346,7 +346,7 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
       out_.append(",\"value\":");
       out_.appendDecimal(p.value);
       out_.append(",\"tc\":");
-      out_.appendDecimal(p.control);
+      out_.appendDecimal(p.timestampRelation);
       break;
     case PacketKind::GlobalTimestamp1:
       out_.append(",\"value\":");

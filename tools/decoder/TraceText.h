@@ -18,7 +18,8 @@
 namespace vestrel::decode {
 
 // False for the packets that text and JSON Lines show only through the
-// others (timestamps, stimulus pages, other extensions).
+// others: local timestamps (in the times of the lines), stimulus pages (in
+// the port numbers) and other extensions.
 bool hasALineOfItsOwn(PacketKind kind);
 
 // The architectural name of an exception number ("SysTick", "IRQ 3").
@@ -142,10 +143,5 @@ class JsonWriter {
 // character escaped; valid UTF-8 kept; a byte that is not part of valid UTF-8
 // written as \u00XX (the code point of the byte).
 void appendJsonString(OutputBuffer& out, const std::string& text);
-
-// A summary of the statistics, one "name: count" per line.
-void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics);
-// The same as one JSON object of kind "statistics", for JSON Lines output.
-std::string statisticsJson(const DecoderStatistics& statistics);
 
 }  // namespace vestrel::decode
