@@ -17,7 +17,7 @@
 #include "SymbolTable.h"
 
 using Clock = std::chrono::steady_clock;
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 namespace {
 

@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
   fs::create_directories(dir);
   KV_ORV::SetEnv("USERPROFILE", dir.string().c_str());
 
-  vestrel::simulator::PassiveTarget target;
+  vestrel::target_simulator::PassiveTarget target;
   // The driver only keeps its owner; no receiver is needed to time its calls.
   alignas(8) static char ownerStandIn[8];
   ChannelDriver driver(reinterpret_cast<Kv::Orv::Trace::CReceiver*>(ownerStandIn), "Bench/CortexM4", &target, 1, 0);

@@ -21,7 +21,7 @@
 #include "TraceServer.h"
 
 using Clock = std::chrono::steady_clock;
-using namespace vestrel::live;
+using namespace vestrel::trace_server;
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include "CaptureMetadata.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size > vestrel::metadata::kMaxMetadataBytes) return 0;
-  using vestrel::metadata::parseMetadata;
+  if (size > vestrel::capture_metadata::kMaxMetadataBytes) return 0;
+  using vestrel::capture_metadata::parseMetadata;
   try {
     const auto metadata = parseMetadata(std::string_view(reinterpret_cast<const char*>(data), size));
-    if (!(parseMetadata(vestrel::metadata::toJson(metadata)) == metadata)) std::abort();
+    if (!(parseMetadata(vestrel::capture_metadata::toJson(metadata)) == metadata)) std::abort();
   } catch (const std::invalid_argument&) {
   }
   return 0;

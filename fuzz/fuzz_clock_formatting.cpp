@@ -11,14 +11,16 @@
 #include <string>
 
 #include "ItmDecoder.h"
+#include "JsonWriter.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
 #include "PerfettoWriter.h"
-#include "TraceText.h"
+#include "TextWriter.h"
+#include "Timing.h"
 
 namespace {
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 void checkFixed(double value, int decimals) {
   OutputBuffer out;

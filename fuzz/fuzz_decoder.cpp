@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 struct Seen {
   PacketKind kind;

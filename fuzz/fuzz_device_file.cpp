@@ -11,16 +11,17 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   try {
-    vestrel_sim::ParseScenario(text);
+    vestrel::probe_simulator::ParseScenario(text);
   } catch (const std::invalid_argument&) {
   }
-  vestrel::device::DeviceDescription device;
+  vestrel::device_file::DeviceDescription device;
   try {
-    device = vestrel::device::parseDeviceText(text, "fuzz.txt");
+    device = vestrel::device_file::parseDeviceText(text, "fuzz.txt");
   } catch (const std::invalid_argument&) {
     return 0;
   }
-  const vestrel_sim::Scenario scenario = vestrel_sim::ParseScenario(vestrel::device::scenarioLines(device));
+  const vestrel::probe_simulator::Scenario scenario =
+      vestrel::probe_simulator::ParseScenario(vestrel::device_file::scenarioLines(device));
   if (scenario.deviceId != device.deviceId) std::abort();
   std::size_t registers = 0;
   for (const auto& [module, names] : scenario.modules) registers += names.size();

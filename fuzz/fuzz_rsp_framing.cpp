@@ -12,8 +12,8 @@
 
 namespace {
 
-using vestrel::gdb::GdbError;
-using vestrel::gdb::RspReader;
+using vestrel::gdb_remote::GdbError;
+using vestrel::gdb_remote::RspReader;
 
 struct Outcome {
   std::vector<std::string> items;  // kind and payload
@@ -28,7 +28,7 @@ Outcome read(const std::string& bytes, std::size_t piece) {
     for (std::size_t at = 0; at < bytes.size(); at += piece) {
       reader.feed(std::string_view(bytes).substr(at, piece));
       while (auto item = reader.next()) {
-        if (item->payload.size() > vestrel::gdb::kMaxPacketPayload) std::abort();
+        if (item->payload.size() > vestrel::gdb_remote::kMaxPacketPayload) std::abort();
         outcome.items.push_back(std::to_string(static_cast<int>(item->kind)) + (item->checksumOk ? "+" : "-") +
                                 item->payload);
       }
@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Outcome whole = read(bytes, bytes.size() + 1);
   const Outcome pieces = read(bytes, 1 + data[0] % 64);
   if (!(whole == pieces)) std::abort();
-  const auto decoded = vestrel::gdb::rspDecode(bytes, 4096);
+  const auto decoded = vestrel::gdb_remote::rspDecode(bytes, 4096);
   if (decoded && decoded->size() > 4096) std::abort();
   return 0;
 }

@@ -7,7 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string payload(reinterpret_cast<const char*>(data), size);
-  const auto stop = vestrel::gdb::parseStopReply(payload);
+  const auto stop = vestrel::gdb_remote::parseStopReply(payload);
   if (!stop) return 0;
   for (const char c : stop->text()) {
     const auto byte = static_cast<unsigned char>(c);

@@ -12,7 +12,7 @@ namespace {
 std::vector<std::pair<std::uint8_t, std::uint8_t>> deframe(const std::uint8_t* data, std::size_t size,
                                                            std::size_t piece) {
   std::vector<std::pair<std::uint8_t, std::uint8_t>> out;
-  vestrel::decode::TpiuDeframer deframer([&](std::uint8_t id, std::uint8_t byte) { out.emplace_back(id, byte); });
+  vestrel::decoder::TpiuDeframer deframer([&](std::uint8_t id, std::uint8_t byte) { out.emplace_back(id, byte); });
   for (std::size_t at = 0; at < size; at += piece) deframer.feed(data + at, std::min(piece, size - at));
   return out;
 }

@@ -23,7 +23,7 @@ class PortFeeder {
   bool write(const void* data, std::size_t size, const std::atomic<bool>* keepGoing = nullptr);
 
  private:
-  vestrel::simulator::SerialLine line_;
+  vestrel::target_simulator::SerialLine line_;
 };
 
 }  // namespace vestrel_test

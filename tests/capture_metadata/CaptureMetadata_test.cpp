@@ -12,7 +12,7 @@
 #include "TestSupport.h"
 #include "ThrownText.h"
 
-using namespace vestrel::metadata;
+using namespace vestrel::capture_metadata;
 using namespace vestrel_test;
 
 namespace {

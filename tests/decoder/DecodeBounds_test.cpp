@@ -12,7 +12,7 @@
 #include "MemoryBound.h"
 #include "TestSupport.h"
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 namespace {
 

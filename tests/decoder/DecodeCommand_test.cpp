@@ -41,7 +41,7 @@ struct CommandRun {
 class DecodeCommand : public ::testing::Test {
  protected:
   void SetUp() override {
-    vestrel::simulator::ItmProgram program;
+    vestrel::target_simulator::ItmProgram program;
     std::ofstream file(capture(), std::ios::binary);
     for (int i = 0; i < 1600; ++i) file << program.nextIteration();
   }
@@ -168,7 +168,7 @@ TEST_F(DecodeCommand, WithoutAnElfFileTheProfileIsByAddress) {
   // The hottest addresses: the two halfwords of filter_sample's load and
   // the two instructions after it, 63 samples each; equal counts by name.
   std::uint32_t loop = 0;
-  for (const auto& label : vestrel::simulator::kFirmwareLabels) {
+  for (const auto& label : vestrel::target_simulator::kFirmwareLabels) {
     if (std::string(label.name) == "filter_sum") loop = label.address;
   }
   char expected[2][40];

@@ -9,7 +9,7 @@
 #include "HandlerStack.h"
 #include "PacketTimer.h"
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 using nlohmann::json;
 
 namespace {

@@ -16,10 +16,10 @@
 #include "FirmwareSource.h"
 #include "ItmProgram.h"
 
-using namespace vestrel::decode;
-using vestrel::simulator::ItmProgram;
-using vestrel::simulator::kFirmwareFunctions;
+using namespace vestrel::decoder;
 using vestrel::symbols::SymbolTable;
+using vestrel::target_simulator::ItmProgram;
+using vestrel::target_simulator::kFirmwareFunctions;
 
 namespace {
 

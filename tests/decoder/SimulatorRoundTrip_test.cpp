@@ -8,8 +8,8 @@
 #include "ItmDecoder.h"
 #include "ItmProgram.h"
 
-using namespace vestrel::decode;
-using vestrel::simulator::ItmProgram;
+using namespace vestrel::decoder;
+using vestrel::target_simulator::ItmProgram;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-using vestrel::decode::TpiuDeframer;
+using vestrel::decoder::TpiuDeframer;
 using Bytes = std::vector<std::uint8_t>;
 using Stream = std::vector<std::pair<int, int>>;  // (id, byte)
 

@@ -1,12 +1,17 @@
-#include "TraceText.h"
+#include "ExceptionNames.h"
+#include "JsonString.h"
+#include "JsonWriter.h"
+#include "StimulusLines.h"
+#include "TextWriter.h"
 #include "TraceStatistics.h"
+#include "TraceWords.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <string>
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "TestSupport.h"
 #include "ThrownText.h"
 
-using namespace vestrel::device;
+using namespace vestrel::device_file;
 using vestrel_test::thrownText;
 
 namespace {

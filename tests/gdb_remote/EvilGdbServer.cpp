@@ -8,14 +8,14 @@
 
 namespace vestrel_test {
 
-using vestrel::gdb::rspFrame;
-using vestrel::gdb::RspReader;
+using vestrel::gdb_remote::rspFrame;
+using vestrel::gdb_remote::RspReader;
 
 std::string runLengthBomb(std::size_t pairs) {
   std::string payload = "0";
   for (std::size_t i = 0; i < pairs; ++i) payload += "*\xff";
   std::string frame = "$" + payload + "#";
-  const std::uint8_t sum = vestrel::gdb::rspChecksum(payload);
+  const std::uint8_t sum = vestrel::gdb_remote::rspChecksum(payload);
   static constexpr char kDigits[] = "0123456789abcdef";
   frame += kDigits[sum >> 4];
   frame += kDigits[sum & 0xF];

@@ -12,7 +12,7 @@
 #include "TcpTransport.h"
 #include "ThrownText.h"
 
-using namespace vestrel::gdb;
+using namespace vestrel::gdb_remote;
 using vestrel_test::packet;
 using vestrel_test::ScriptedGdbServer;
 using vestrel_test::thrownText;

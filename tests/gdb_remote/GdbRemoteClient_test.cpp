@@ -13,7 +13,7 @@
 #include "TcpTransport.h"
 #include "ThrownText.h"
 
-using namespace vestrel::gdb;
+using namespace vestrel::gdb_remote;
 using vestrel_test::GdbStep;
 using vestrel_test::packet;
 using vestrel_test::ScriptedGdbServer;
@@ -245,27 +245,6 @@ TEST(GdbRemoteClient, UnsupportedRequestsAreSaid) {
               "the GDB server refused writing 1 bytes at 0x00000000: E01");
   }
   server.finish();
-}
-
-}  // namespace
-
-namespace {
-
-TEST(GdbRemoteClient, ReadsARegisterWithPOrFromAllOfThem) {
-  std::string all;
-  for (int r = 0; r < 17; ++r) all += r == 15 ? "8c000000" : "00000000";
-  ScriptedGdbServer server(with(noAckHandshake(), {{"p0", packet("78563412")},
-                                                   {"pf", packet("")},  // only to debuggers that read the description
-                                                   {"g", packet(all)},
-                                                   {"p1", packet("E01")}}));
-  {
-    auto client = connect(server);
-    EXPECT_EQ(client->readRegister(0), 0x12345678u);
-    EXPECT_EQ(client->readRegister(15), 0x8Cu);
-    EXPECT_EQ(thrownText<GdbError>([&] { client->readRegister(1); }), "the GDB server refused reading register 1: E01");
-  }
-  server.finish();
-  EXPECT_EQ(server.mismatch(), "");
 }
 
 }  // namespace

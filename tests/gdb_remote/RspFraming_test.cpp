@@ -7,7 +7,7 @@
 #include "StopReply.h"
 #include "ThrownText.h"
 
-using namespace vestrel::gdb;
+using namespace vestrel::gdb_remote;
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 namespace vestrel_test {
 
-using vestrel::gdb::RspReader;
+using vestrel::gdb_remote::RspReader;
 
 struct ScriptedGdbServer::Impl {
   asio::io_context io;

@@ -142,7 +142,7 @@ TEST(GdbLinkFailure, TheProxyKeepsTheDebuggersSessionWhenSettingUpTheTraceFails)
                 if (line.empty()) return false;
                 const auto port = static_cast<unsigned short>(std::stoi(line.substr(line.rfind(':') + 1)));
                 debugger = std::thread([port, &debuggerGot] {
-                  vestrel::gdb::TcpTransport link("127.0.0.1", port, std::chrono::seconds(10));
+                  vestrel::gdb_remote::TcpTransport link("127.0.0.1", port, std::chrono::seconds(10));
                   const auto expect = [&](std::size_t bytes) {
                     char buffer[256];
                     while (debuggerGot.size() < bytes) {
@@ -151,19 +151,19 @@ TEST(GdbLinkFailure, TheProxyKeepsTheDebuggersSessionWhenSettingUpTheTraceFails)
                       debuggerGot.append(buffer, got);
                     }
                   };
-                  link.send(vestrel::gdb::rspFrame("c"));
+                  link.send(vestrel::gdb_remote::rspFrame("c"));
                   expect(1);  // the continue's acknowledgement: the target runs
                   link.send("\x03");
-                  expect(1 + vestrel::gdb::rspFrame("T02").size());
-                  link.send("+" + vestrel::gdb::rspFrame("D"));
-                  expect(2 + vestrel::gdb::rspFrame("T02").size() + vestrel::gdb::rspFrame("OK").size());
+                  expect(1 + vestrel::gdb_remote::rspFrame("T02").size());
+                  link.send("+" + vestrel::gdb_remote::rspFrame("D"));
+                  expect(2 + vestrel::gdb_remote::rspFrame("T02").size() + vestrel::gdb_remote::rspFrame("OK").size());
                 });
                 return true;
               });
   if (debugger.joinable()) debugger.join();
   const std::string printed = withoutCarriageReturns(run.printed);
   EXPECT_EQ(run.exitCode, 1) << printed;
-  EXPECT_EQ(debuggerGot, "+" + vestrel::gdb::rspFrame("T02") + "+" + vestrel::gdb::rspFrame("OK"));
+  EXPECT_EQ(debuggerGot, "+" + vestrel::gdb_remote::rspFrame("T02") + "+" + vestrel::gdb_remote::rspFrame("OK"));
   EXPECT_EQ(printedLine(printed, "vestrel-host: because"),
             "vestrel-host: because ProgramTpiu: the GDB server's answer to reading 4 bytes at 0xE000EDFC is not 4 "
             "bytes: '00'");

@@ -90,7 +90,7 @@ TEST(GdbProxy, ServesSessionAfterSessionSavingEveryRunAndLeavesTheServerWell) {
   }
   ASSERT_NE(qemu(), "") << "run through scripts/with-qemu-target";
   std::uint32_t breakAt = 0;
-  for (const auto& function : vestrel::simulator::kFirmwareFunctions) {
+  for (const auto& function : vestrel::target_simulator::kFirmwareFunctions) {
     if (std::string(function.name) == "filter_sample") breakAt = function.address;
   }
   std::thread debugger;

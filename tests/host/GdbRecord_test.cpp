@@ -29,7 +29,7 @@ std::string qemu() {
 }
 
 std::uint32_t functionAddress(const std::string& name) {
-  for (const auto& f : vestrel::simulator::kFirmwareFunctions) {
+  for (const auto& f : vestrel::target_simulator::kFirmwareFunctions) {
     if (name == f.name) return f.address;
   }
   throw std::logic_error("no function " + name);
@@ -40,7 +40,7 @@ std::uint32_t functionAddress(const std::string& name) {
 void placeClockRegisters() {
   const std::string where = qemu();
   const std::size_t colon = where.rfind(':');
-  vestrel::gdb::GdbRemoteClient client(std::make_unique<vestrel::gdb::TcpTransport>(
+  vestrel::gdb_remote::GdbRemoteClient client(std::make_unique<vestrel::gdb_remote::TcpTransport>(
       where.substr(0, colon), static_cast<unsigned short>(std::stoi(where.substr(colon + 1))),
       std::chrono::seconds(10)));
   client.writeMemory(0x20002000, std::string("\x00\x00\x03\x00\x01\x00\x00\x00", 8));

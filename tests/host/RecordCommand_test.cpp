@@ -188,8 +188,8 @@ TEST(RecordCommand, ServesTheRawStreamToEveryClientFromWhenItConnected) {
   const Recording run = runRecord(
       "--port 7 --clock 6000000 --prescaler 5 --seconds 3 --serve 0", "record-serve", [&](const std::string& port) {
         rawReader = std::thread([&raw, port] {
-          vestrel::live::TraceClient client(
-              vestrel::live::Endpoint{"127.0.0.1", static_cast<std::uint16_t>(std::stoi(port))});
+          vestrel::trace_server::TraceClient client(
+              vestrel::trace_server::Endpoint{"127.0.0.1", static_cast<std::uint16_t>(std::stoi(port))});
           std::vector<std::uint8_t> block(65536);
           for (long n; (n = client.read(block.data(), block.size())) > 0;)
             raw.insert(raw.end(), block.begin(), block.begin() + n);
@@ -239,7 +239,7 @@ TEST(RecordCommand, AServePortThatIsTakenFailsAtOnce) {
 // A line that carries nothing: the recording says so and what usually
 // causes it, and still saves its (empty) capture.
 TEST(RecordCommand, ARecordingThatReceivesNothingSaysWhyThatUsuallyIs) {
-  vestrel::simulator::SerialLine line(7);
+  vestrel::target_simulator::SerialLine line(7);
   ASSERT_TRUE(line.ready()) << line.why();
   std::error_code ignored;
   fs::remove("record-silent.bin", ignored);

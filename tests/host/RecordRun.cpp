@@ -66,7 +66,7 @@ Recording runHost(const std::string& command, const std::string& name,
   const std::string dump = output.empty() ? name + ".bin" : output;
   fs::remove(dump, ignored);
   fs::remove(name + ".out", ignored);
-  vestrel::simulator::SerialLine line(7);
+  vestrel::target_simulator::SerialLine line(7);
   if (!line.ready()) {
     ADD_FAILURE() << line.why();
     return result;

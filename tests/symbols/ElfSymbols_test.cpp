@@ -15,7 +15,7 @@
 #include "TestSupport.h"
 
 using namespace vestrel::symbols;
-using vestrel::simulator::kFirmwareFunctions;
+using vestrel::target_simulator::kFirmwareFunctions;
 
 namespace {
 

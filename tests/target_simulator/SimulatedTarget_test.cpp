@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-using namespace vestrel::simulator;
+using namespace vestrel::target_simulator;
 using namespace Kv::Orv::Trace;
 
 namespace {

@@ -6,7 +6,7 @@
 #include "ScriptedGdbServer.h"
 #include "TcpTransport.h"
 
-using namespace vestrel::trace;
+using namespace vestrel::trace_blocks;
 using namespace Kv::Orv::Trace;
 using vestrel_test::GdbStep;
 using vestrel_test::packet;
@@ -39,8 +39,8 @@ TEST(TraceBlocksOverGdb, ProgrammingIsTheseMemoryPackets) {
       {"me0001000,4", packet("00000040")},
   });
   {
-    vestrel::gdb::GdbRemoteClient client(
-        std::make_unique<vestrel::gdb::TcpTransport>("127.0.0.1", server.port(), std::chrono::seconds(5)));
+    vestrel::gdb_remote::GdbRemoteClient client(
+        std::make_unique<vestrel::gdb_remote::TcpTransport>("127.0.0.1", server.port(), std::chrono::seconds(5)));
     GdbMemory memory(client);
     std::vector<std::string> mismatches;
     GdbTraceInterface trace(memory, TraceSettings{}, [&](const std::string& m) { mismatches.push_back(m); });

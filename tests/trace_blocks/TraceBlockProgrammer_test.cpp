@@ -14,7 +14,7 @@
 #include "GdbTraceInterface.h"
 #include "TraceRegisters.h"
 
-using namespace vestrel::trace;
+using namespace vestrel::trace_blocks;
 using namespace Kv::Orv::Trace;
 using Strings = std::vector<std::string>;
 

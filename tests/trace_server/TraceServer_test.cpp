@@ -26,7 +26,7 @@
 #include "TestSupport.h"
 #include "TraceClient.h"
 
-using namespace vestrel::live;
+using namespace vestrel::trace_server;
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace vestrel::metadata {
+namespace vestrel::capture_metadata {
 
 namespace {
 
@@ -149,4 +149,4 @@ std::string clockText(double hz) {
   return text;
 }
 
-}  // namespace vestrel::metadata
+}  // namespace vestrel::capture_metadata

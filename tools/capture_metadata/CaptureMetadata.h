@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace vestrel::metadata {
+namespace vestrel::capture_metadata {
 
 struct CaptureMetadata {
   std::optional<double> clockHz;        // the trace clock the timestamps count
@@ -50,4 +50,4 @@ void writeMetadataBeside(const std::string& capture, const CaptureMetadata& meta
 // nine significant digits.
 std::string clockText(double hz);
 
-}  // namespace vestrel::metadata
+}  // namespace vestrel::capture_metadata

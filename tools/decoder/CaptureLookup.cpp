@@ -6,7 +6,7 @@
 #include <system_error>
 #include <vector>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -27,7 +27,7 @@ void rawCapturesIn(const std::filesystem::path& folder, std::vector<std::string>
     const std::string capture = entry->path().string().substr(0, entry->path().string().size() - kSuffix.size());
     std::error_code ignored;
     if (!fs::is_regular_file(capture, ignored)) continue;
-    const auto metadata = metadata::readMetadataBeside(capture);
+    const auto metadata = capture_metadata::readMetadataBeside(capture);
     if (metadata && !metadata->tdf) found.push_back(capture);
   }
 }
@@ -48,4 +48,4 @@ std::string captureInFolder(const std::string& folder) {
   throw std::runtime_error(folder + " holds several captures (" + names + "): name one");
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -9,11 +9,11 @@
 
 #include "CaptureMetadata.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 // The capture a folder holds: the one raw capture with a metadata file in
 // the folder itself or in its .KV-trace/data/ (where the receiver keeps its
 // own). Throws std::runtime_error saying what was found instead.
 std::string captureInFolder(const std::string& folder);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

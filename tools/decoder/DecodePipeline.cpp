@@ -11,16 +11,18 @@
 
 #include "HtmlReport.h"
 #include "InputBlocks.h"
+#include "JsonWriter.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
 #include "PerfettoWriter.h"
 #include "Profile.h"
 #include "ReportCollector.h"
 #include "SectionReader.h"
+#include "TextWriter.h"
 #include "TpiuDeframer.h"
 #include "TraceStatistics.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -194,4 +196,4 @@ DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOpti
   return result;
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -14,9 +14,9 @@
 #include "FileIdentity.h"
 #include "ItmDecoder.h"
 #include "SymbolTable.h"
-#include "TraceText.h"
+#include "Timing.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 struct DecodeOptions {
   bool tdf = false;         // the input is a TDF file: decode its BinTraceData section
@@ -79,4 +79,4 @@ using ReadSome = std::function<long(void* buffer, std::size_t size)>;
 DecodeResult decodeStream(std::FILE* in, std::FILE* out, const DecodeOptions& options);
 DecodeResult decodeStream(const ReadSome& read, std::FILE* out, const DecodeOptions& options);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 struct FileIdentity {
   std::uint64_t device = 0;
@@ -19,4 +19,4 @@ struct FileIdentity {
 std::optional<FileIdentity> identityOf(std::FILE* stream);
 std::optional<FileIdentity> identityOf(const std::string& path);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

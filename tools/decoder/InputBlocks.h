@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <cstdio>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 // Bytes read (0 at the end of the input), or -1 when the read failed.
 long readAvailable(std::FILE* file, void* buffer, std::size_t size);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -25,7 +25,7 @@
 #include "PerfettoWriter.h"
 #include "TraceClient.h"
 
-using namespace vestrel::decode;
+using namespace vestrel::decoder;
 
 namespace {
 
@@ -89,7 +89,7 @@ std::string outputProblem(const Settings& settings, const std::string& source) {
 // What the metadata file beside a capture says, where the command line says
 // nothing; throws std::runtime_error when the file is there but unusable.
 void applyMetadata(Settings& settings, const std::string& capture) {
-  const auto metadata = vestrel::metadata::readMetadataBeside(capture);
+  const auto metadata = vestrel::capture_metadata::readMetadataBeside(capture);
   if (!metadata) return;
   if (!settings.clockGiven && metadata->clockHz) settings.clockHz = *metadata->clockHz;
   if (!settings.prescaleGiven) settings.prescale = metadata->timestampPrescale;
@@ -101,7 +101,7 @@ void applyMetadata(Settings& settings, const std::string& capture) {
       settings.elf = metadata->elf;
     } else {
       std::cerr << "vestrel-decode: " << metadata->elf << ", the firmware named in "
-                << vestrel::metadata::metadataPathFor(capture) << ", is not there: PC values are not named\n";
+                << vestrel::capture_metadata::metadataPathFor(capture) << ", is not there: PC values are not named\n";
     }
   }
 }
@@ -174,7 +174,7 @@ int report(const std::string& source, const DecodeResult& result, const Settings
 
 // A raw SWO stream over TCP, until the server closes it (or Ctrl-C).
 int runConnected(const Settings& settings) {
-  const auto endpoint = vestrel::live::parseEndpoint(settings.connect);
+  const auto endpoint = vestrel::trace_server::parseEndpoint(settings.connect);
   if (!endpoint || endpoint->port == 0) {
     std::cerr << "vestrel-decode: --connect takes [HOST:]PORT, not " << settings.connect << "\n";
     return 2;
@@ -182,7 +182,7 @@ int runConnected(const Settings& settings) {
   try {
     OutputFile timeline(settings.perfetto);
     OutputFile page(settings.html);
-    vestrel::live::TraceClient client(*endpoint);
+    vestrel::trace_server::TraceClient client(*endpoint);
     DecodeOptions options = optionsOf(settings);
     options.perfetto = timeline.file;
     options.html = page.file;
@@ -194,7 +194,7 @@ int runConnected(const Settings& settings) {
         [&client, &stopped](void* buffer, std::size_t size) -> long {
           while (!interruptRequested()) {
             const long got = client.read(buffer, size, std::chrono::milliseconds(100));
-            if (got != vestrel::live::TraceClient::kTimedOut) return got;
+            if (got != vestrel::trace_server::TraceClient::kTimedOut) return got;
           }
           stopped = true;
           return 0;

@@ -8,7 +8,7 @@
 
 #include "PrintableText.h"
 
-namespace vestrel::device {
+namespace vestrel::device_file {
 
 namespace {
 
@@ -61,7 +61,7 @@ DeviceDescription parseDeviceText(const std::string& text, const std::string& na
     const std::string line = trim(raw);
     if (line.empty() || line[0] == '#') continue;
     const std::size_t equals = line.find('=');
-    if (equals == std::string::npos) throw fault("'" + text::printable(line) + "' has no '='");
+    if (equals == std::string::npos) throw fault("'" + printable_text::printable(line) + "' has no '='");
     std::istringstream words(trim(line.substr(0, equals)));
     const std::string valueText = trim(line.substr(equals + 1));
     std::string key, module, registerName, extra;
@@ -69,19 +69,20 @@ DeviceDescription parseDeviceText(const std::string& text, const std::string& na
     std::uint32_t value = 0;
     if (key == "device_id" && module.empty()) {
       if (!parseNumber(valueText, value)) {
-        throw fault("device_id " + text::printable(valueText) + " is not a 32-bit number (decimal or 0x hex)");
+        throw fault("device_id " + printable_text::printable(valueText) +
+                    " is not a 32-bit number (decimal or 0x hex)");
       }
       if (haveId) throw fault("a second device_id");
       device.deviceId = value;
       haveId = true;
     } else if (key == "register" && isName(module) && isName(registerName) && extra.empty()) {
       if (!parseNumber(valueText, value)) {
-        throw fault("the address of " + module + " " + registerName + ", " + text::printable(valueText) +
+        throw fault("the address of " + module + " " + registerName + ", " + printable_text::printable(valueText) +
                     ", is not a 32-bit number (decimal or 0x hex)");
       }
       device.registers.push_back({module, registerName, value});
     } else {
-      throw fault("'" + text::printable(line) +
+      throw fault("'" + printable_text::printable(line) +
                   "' is neither 'device_id = NUMBER' nor 'register MODULE NAME = ADDRESS'");
     }
   }
@@ -120,4 +121,4 @@ std::string scenarioLines(const DeviceDescription& device) {
   return lines;
 }
 
-}  // namespace vestrel::device
+}  // namespace vestrel::device_file

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-namespace vestrel::device {
+namespace vestrel::device_file {
 
 constexpr std::size_t kMaxDeviceFileBytes = 64 * 1024;
 constexpr std::size_t kMaxDeviceFileLines = 1000;
@@ -39,4 +39,4 @@ DeviceDescription readDeviceFile(const std::string& path);
 // The description in the probe simulator's scenario lines.
 std::string scenarioLines(const DeviceDescription& device);
 
-}  // namespace vestrel::device
+}  // namespace vestrel::device_file

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 class ByteTransport {
  public:
@@ -18,4 +18,4 @@ class ByteTransport {
   virtual std::size_t receive(char* buffer, std::size_t size, std::chrono::milliseconds timeout) = 0;
 };
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

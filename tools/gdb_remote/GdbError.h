@@ -5,11 +5,11 @@
 #include <stdexcept>
 #include <string>
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 class GdbError : public std::runtime_error {
  public:
   explicit GdbError(const std::string& what) : std::runtime_error(what) {}
 };
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

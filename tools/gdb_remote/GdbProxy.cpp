@@ -9,7 +9,7 @@
 #include "GdbError.h"
 #include "RspFraming.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 namespace {
 
@@ -279,4 +279,4 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
   }
 }
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

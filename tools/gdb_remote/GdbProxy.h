@@ -16,7 +16,7 @@
 
 #include "GdbRemoteClient.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 class GdbProxy {
  public:
@@ -56,4 +56,4 @@ class GdbProxy {
   bool running_ = false;
 };
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

@@ -9,7 +9,7 @@
 #include "PrintableText.h"
 #include "RspFraming.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 namespace {
 
@@ -46,7 +46,7 @@ bool isConsoleOutput(const std::string& reply) {
 // A payload in a message, cut short and with its control characters escaped
 // (a server's reply must not drive the user's terminal).
 std::string shown(const std::string& payload) {
-  return text::printable(std::string_view(payload).substr(0, 40)) + (payload.size() > 40 ? "..." : "");
+  return printable_text::printable(std::string_view(payload).substr(0, 40)) + (payload.size() > 40 ? "..." : "");
 }
 std::string quoted(const std::string& payload) { return "'" + shown(payload) + "'"; }
 
@@ -200,27 +200,6 @@ void GdbRemoteClient::writeWord(std::uint32_t at, std::uint32_t value) {
   writeMemory(at, bytes);
 }
 
-std::uint32_t GdbRemoteClient::readRegister(int number) {
-  const std::string what = "reading register " + std::to_string(number);
-  std::string payload = requestText('p', {hex32(static_cast<std::uint32_t>(number))});
-  std::string reply = request(payload);
-  std::size_t at = 0;
-  if (reply.empty() && number < 16) {
-    // Servers that answer 'p' only to debuggers that read their register
-    // description (QEMU's) all answer 'g': r0-r15 come first.
-    payload.assign(1, 'g');  // (not = "g": GCC 12 at -O3 warns falsely)
-    reply = request(payload);
-    at = static_cast<std::size_t>(number) * 8;
-  }
-  if (isError(reply)) throw GdbError("the GDB server refused " + what + ": " + shown(reply));
-  if (reply.empty()) throw GdbError("the GDB server does not support " + what + " ('" + payload + "')");
-  const auto bytes = reply.size() >= at + 8 ? fromHex(std::string_view(reply).substr(at, 8)) : std::nullopt;
-  if (!bytes) throw GdbError("the GDB server's answer to " + what + " is no 32-bit value: " + quoted(reply));
-  std::uint32_t value = 0;
-  for (int i = 3; i >= 0; --i) value = (value << 8) | static_cast<unsigned char>((*bytes)[static_cast<std::size_t>(i)]);
-  return value;
-}
-
 StopReply GdbRemoteClient::haltReason() {
   const std::string reply = request("?");
   const auto stop = parseStopReply(reply);
@@ -267,4 +246,4 @@ void GdbRemoteClient::removeBreakpoint(std::uint32_t at, bool hardware, int kind
            "removing the breakpoint at " + address(at));
 }
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

@@ -16,7 +16,7 @@
 #include "RspFraming.h"
 #include "StopReply.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 class GdbRemoteClient {
  public:
@@ -41,10 +41,6 @@ class GdbRemoteClient {
   void writeMemory(std::uint32_t address, const std::string& bytes);
   std::uint32_t readWord(std::uint32_t address);
   void writeWord(std::uint32_t address, std::uint32_t value);
-
-  // A core register by its number in the target's register description
-  // (Cortex-M: r0-r12 are 0-12, sp 13, lr 14, pc 15, xPSR 25).
-  std::uint32_t readRegister(int number);
 
   // Why the target is stopped now ('?').
   StopReply haltReason();
@@ -90,4 +86,4 @@ class GdbRemoteClient {
   std::string features_;
 };
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

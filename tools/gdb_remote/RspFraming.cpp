@@ -4,7 +4,7 @@
 
 #include "GdbError.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 namespace {
 
@@ -149,4 +149,4 @@ std::optional<RspReader::Item> RspReader::next() {
   }
 }
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 std::uint8_t rspChecksum(std::string_view payload);
 
@@ -58,4 +58,4 @@ class RspReader {
 // nullopt when it would grow past limit bytes.
 std::optional<std::string> rspDecode(std::string_view raw, std::size_t limit = kMaxPacketPayload);
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

@@ -1,6 +1,6 @@
 #include "StopReply.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 namespace {
 
@@ -78,4 +78,4 @@ std::optional<StopReply> parseStopReply(const std::string& payload) {
   return reply;
 }
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

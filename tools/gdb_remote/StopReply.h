@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 struct StopReply {
   enum class Kind { Stopped, Exited, Terminated } kind = Kind::Stopped;
@@ -22,4 +22,4 @@ struct StopReply {
 // nullopt when the payload is no stop reply.
 std::optional<StopReply> parseStopReply(const std::string& payload);
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

@@ -4,7 +4,7 @@
 
 #include "GdbError.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 struct TcpTransport::Impl {
   asio::io_context io;
@@ -69,4 +69,4 @@ std::size_t TcpTransport::receive(char* buffer, std::size_t size, std::chrono::m
   return got;
 }
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

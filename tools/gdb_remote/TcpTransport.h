@@ -7,7 +7,7 @@
 
 #include "ByteTransport.h"
 
-namespace vestrel::gdb {
+namespace vestrel::gdb_remote {
 
 class TcpTransport final : public ByteTransport {
  public:
@@ -23,4 +23,4 @@ class TcpTransport final : public ByteTransport {
   std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace vestrel::gdb
+}  // namespace vestrel::gdb_remote

@@ -115,7 +115,7 @@ void applyCaptureOptions(RecordSettings& settings, const CaptureOptionText& text
   }
   if (!text.pcSampling.empty()) {
     const std::uint32_t asked = numberIn(text.pcSampling, "--pc-sampling", 64, 16384, " cycles");
-    const std::uint32_t made = trace::nearestSamplingInterval(asked).cycles();
+    const std::uint32_t made = trace_blocks::nearestSamplingInterval(asked).cycles();
     settings.gdbTarget.trace.pcSampleCycles = asked;
     if (made != asked) {
       std::cout << "--pc-sampling: a PC sample every " << made << " cycles, the nearest interval the DWT makes to "

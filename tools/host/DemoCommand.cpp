@@ -26,8 +26,9 @@
 #include "ProgramFolder.h"
 #include "SimulatedTarget.h"
 #include "Terminal.h"
+#include "TextWriter.h"
+#include "Timing.h"
 #include "TraceEnvironment.h"
-#include "TraceText.h"
 
 namespace vestrel::host {
 
@@ -70,7 +71,7 @@ symbols::SymbolTable firmwareSymbols(std::string& from) {
     }
   }
   std::vector<symbols::FunctionSymbol> functions;
-  for (const auto& function : simulator::kFirmwareFunctions) {
+  for (const auto& function : target_simulator::kFirmwareFunctions) {
     functions.push_back({function.name, function.address, function.size});
   }
   from = "the simulator's table of the demo firmware (this build reads no ELF files: no lines)";
@@ -81,12 +82,12 @@ symbols::SymbolTable firmwareSymbols(std::string& from) {
 // report beside the TDF file, and the profile printed. False when a file
 // could not be written.
 bool writePictures(const std::string& capture, const fs::path& dir, const symbols::SymbolTable& symbols,
-                   const std::string& symbolsFrom, const decode::Timing& timing) {
+                   const std::string& symbolsFrom, const decoder::Timing& timing) {
   const fs::path timelinePath = dir / "trace.perfetto.json";
   const fs::path reportPath = dir / "report.html";
   std::FILE* timeline = std::fopen(timelinePath.string().c_str(), "wb");
   std::FILE* report = std::fopen(reportPath.string().c_str(), "wb");
-  decode::DecodeOptions options;
+  decoder::DecodeOptions options;
   options.quiet = true;
   options.profile = true;
   options.symbols = &symbols;
@@ -97,9 +98,9 @@ bool writePictures(const std::string& capture, const fs::path& dir, const symbol
   std::size_t position = 0;
   std::cout << "\nwhere the time goes (PC samples; names from " << symbolsFrom << "):\n";
   std::cout.flush();
-  decode::DecodeResult result;
+  decoder::DecodeResult result;
   if (timeline != nullptr && report != nullptr) {
-    result = decode::decodeStream(
+    result = decoder::decodeStream(
         [&](void* buffer, std::size_t size) {
           const std::size_t n = std::min(size, capture.size() - position);
           std::memcpy(buffer, capture.data() + position, n);
@@ -112,7 +113,7 @@ bool writePictures(const std::string& capture, const fs::path& dir, const symbol
   const bool timelineClosed = timeline == nullptr || std::fclose(timeline) == 0;
   const bool reportClosed = report == nullptr || std::fclose(report) == 0;
   const bool closed = timelineClosed && reportClosed;
-  if (timeline == nullptr || report == nullptr || result.status != decode::DecodeResult::Status::Done || !closed) {
+  if (timeline == nullptr || report == nullptr || result.status != decoder::DecodeResult::Status::Done || !closed) {
     std::cerr << "vestrel-host: could not write " << timelinePath.string() << " and " << reportPath.string() << "\n";
     return false;
   }
@@ -137,12 +138,12 @@ int demo(const DemoSettings& settings) {
   writeProbeScenario(dir);
   writeOptions(dir / "options.xml");
 
-  simulator::SerialLine line(kComPort);
+  target_simulator::SerialLine line(kComPort);
   if (!line.ready()) {
     std::cerr << "vestrel-host: " << line.why() << "\n";
     return 2;
   }
-  simulator::SimulatedTarget target(kTargetClockHz, line);
+  target_simulator::SimulatedTarget target(kTargetClockHz, line);
 
   // On a terminal the byte counter is a status line that keeps its place.
   const bool terminal = isTerminal(stdout);
@@ -156,7 +157,7 @@ int demo(const DemoSettings& settings) {
   const symbols::SymbolTable symbols = firmwareSymbols(symbolsFrom);
   std::string capture;
   double elapsed = 0;
-  metadata::CaptureMetadata reading;
+  capture_metadata::CaptureMetadata reading;
   try {
     ReceiverSession session(library, kDemoCpu, &target);
     CReceiver* receiver = session.receiver();
@@ -210,10 +211,10 @@ int demo(const DemoSettings& settings) {
     writeFile(dir / "trace.tdf", "VTDF0001");  // the host creates TDF files
     driver->SaveToFile((dir / "trace.tdf").string(), 0);
     driver->SaveToFile((dir / "trace.bin").string(), 2);
-    metadata::writeMetadataBeside((dir / "trace.bin").string(), reading);
-    metadata::CaptureMetadata tdfReading = reading;
+    capture_metadata::writeMetadataBeside((dir / "trace.bin").string(), reading);
+    capture_metadata::CaptureMetadata tdfReading = reading;
     tdfReading.tdf = true;
-    metadata::writeMetadataBeside((dir / "trace.tdf").string(), tdfReading);
+    capture_metadata::writeMetadataBeside((dir / "trace.tdf").string(), tdfReading);
     session.end();
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
@@ -221,18 +222,18 @@ int demo(const DemoSettings& settings) {
   }
 
   // Decode; the decoder counts the zero padding of the last sample apart.
-  decode::OutputBuffer text;
-  decode::Timing timing;
+  decoder::OutputBuffer text;
+  decoder::Timing timing;
   timing.clockHz = reading.clockHz;
   timing.timestampPrescale = reading.timestampPrescale;
-  decode::TextWriter writer(text, timing);
+  decoder::TextWriter writer(text, timing);
 
   writer.setSymbols(&symbols);
-  decode::PacketTimer timer([&](const decode::Packet& p, decode::PacketTime time) { writer.write(p, time); });
+  decoder::PacketTimer timer([&](const decoder::Packet& p, decoder::PacketTime time) { writer.write(p, time); });
   std::map<std::uint32_t, std::string> received;
-  decode::ItmDecoder decoder([&](const decode::Packet& p) {
+  decoder::ItmDecoder decoder([&](const decoder::Packet& p) {
     timer.add(p);
-    if (p.kind == decode::PacketKind::Instrumentation) received[p.port] += static_cast<char>(p.value);
+    if (p.kind == decoder::PacketKind::Instrumentation) received[p.port] += static_cast<char>(p.value);
   });
   decoder.feed(capture);
   decoder.finish();
@@ -263,9 +264,9 @@ int demo(const DemoSettings& settings) {
   std::printf("  SWO line            %.0f baud (trace clock %.0f Hz detected, prescaler %u found)\n", figures.swoBaud,
               kTargetClockHz, figures.prescaler);
   std::printf("  timestamp prescale  %u\n", figures.timestampPrescale);
-  for (int kind = 0; kind < static_cast<int>(decode::PacketKind::Malformed); ++kind) {
+  for (int kind = 0; kind < static_cast<int>(decoder::PacketKind::Malformed); ++kind) {
     if (stats.packets[kind] != 0) {
-      std::printf("  %-19s %llu\n", decode::kindName(static_cast<decode::PacketKind>(kind)),
+      std::printf("  %-19s %llu\n", decoder::kindName(static_cast<decoder::PacketKind>(kind)),
                   static_cast<unsigned long long>(stats.packets[kind]));
     }
   }

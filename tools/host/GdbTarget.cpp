@@ -10,14 +10,14 @@
 namespace vestrel::host {
 
 GdbTarget::GdbTarget(const GdbTargetSettings& settings) : settings_(settings) {
-  const auto endpoint = live::parseEndpoint(settings.server);
-  if (!endpoint || endpoint->port == 0) throw gdb::GdbError("--gdb takes HOST:PORT, not " + settings.server);
-  client_ = std::make_unique<gdb::GdbRemoteClient>(
-      std::make_unique<gdb::TcpTransport>(endpoint->host, endpoint->port, std::chrono::seconds(10)),
+  const auto endpoint = trace_server::parseEndpoint(settings.server);
+  if (!endpoint || endpoint->port == 0) throw gdb_remote::GdbError("--gdb takes HOST:PORT, not " + settings.server);
+  client_ = std::make_unique<gdb_remote::GdbRemoteClient>(
+      std::make_unique<gdb_remote::TcpTransport>(endpoint->host, endpoint->port, std::chrono::seconds(10)),
       std::chrono::seconds(10));
-  memory_ = std::make_unique<trace::GdbMemory>(*client_);
-  trace_ = std::make_unique<trace::GdbTraceInterface>(*memory_, settings.trace,
-                                                      [this](const std::string& m) { mismatches_.push_back(m); });
+  memory_ = std::make_unique<trace_blocks::GdbMemory>(*client_);
+  trace_ = std::make_unique<trace_blocks::GdbTraceInterface>(
+      *memory_, settings.trace, [this](const std::string& m) { mismatches_.push_back(m); });
 }
 
 ProbeMemoryLoan::~ProbeMemoryLoan() {
@@ -26,7 +26,7 @@ ProbeMemoryLoan::~ProbeMemoryLoan() {
 
 int ProbeMemoryLoan::read(void* context, std::uint32_t address, void* destination, std::uint32_t size) {
   try {
-    gdb::GdbRemoteClient* client = static_cast<ProbeMemoryLoan*>(context)->client_();
+    gdb_remote::GdbRemoteClient* client = static_cast<ProbeMemoryLoan*>(context)->client_();
     if (client == nullptr) return -1;
     const std::string bytes = client->readMemory(address, size);
     std::memcpy(destination, bytes.data(), bytes.size());
@@ -36,7 +36,7 @@ int ProbeMemoryLoan::read(void* context, std::uint32_t address, void* destinatio
   }
 }
 
-bool ProbeMemoryLoan::lend(std::function<gdb::GdbRemoteClient*()> client, std::string& why) {
+bool ProbeMemoryLoan::lend(std::function<gdb_remote::GdbRemoteClient*()> client, std::string& why) {
   if (!adapter_.FindAndLoad("ICETargetAdapter", 0xFFFFFFFF)) {
     why = adapter_.LastError();
     return false;
@@ -62,7 +62,7 @@ bool GdbTarget::lendMemory(std::string& why) {
 namespace vestrel::host {
 
 std::string GdbTarget::prepare() {
-  const gdb::StopReply now = client_->haltReason();
+  const gdb_remote::StopReply now = client_->haltReason();
   if (settings_.breakAt) client_->insertBreakpoint(*settings_.breakAt, true);
   return now.text();
 }

@@ -20,7 +20,7 @@ namespace vestrel::host {
 struct GdbTargetSettings {
   std::string server;      // HOST:PORT; empty: no GDB target
   std::string deviceFile;  // device_id and register lines for the probe software
-  trace::TraceSettings trace;
+  trace_blocks::TraceSettings trace;
   std::optional<std::uint32_t> breakAt;  // a hardware breakpoint that ends the recording
   bool leaveRunning = false;
 };
@@ -36,25 +36,25 @@ class ProbeMemoryLoan {
   // client() is asked at each read (a proxy's connection exists only once
   // its session runs; null: the read fails). False, and why, when the
   // loaded adapter cannot take it.
-  bool lend(std::function<gdb::GdbRemoteClient*()> client, std::string& why);
+  bool lend(std::function<gdb_remote::GdbRemoteClient*()> client, std::string& why);
 
  private:
   static int read(void* context, std::uint32_t address, void* destination, std::uint32_t size);
 
   KV_ORV::uDll adapter_;
   void (*lend_)(int (*)(void*, std::uint32_t, void*, std::uint32_t), void*) = nullptr;
-  std::function<gdb::GdbRemoteClient*()> client_;
+  std::function<gdb_remote::GdbRemoteClient*()> client_;
 };
 
 class GdbTarget {
  public:
-  // Connects; throws gdb::GdbError with the reason.
+  // Connects; throws gdb_remote::GdbError with the reason.
   explicit GdbTarget(const GdbTargetSettings& settings);
   GdbTarget(const GdbTarget&) = delete;
   GdbTarget& operator=(const GdbTarget&) = delete;
 
-  gdb::GdbRemoteClient& client() { return *client_; }
-  trace::GdbTraceInterface& traceInterface() { return *trace_; }
+  gdb_remote::GdbRemoteClient& client() { return *client_; }
+  trace_blocks::GdbTraceInterface& traceInterface() { return *trace_; }
   // Read-back mismatches since the last call.
   std::vector<std::string> takeMismatches();
 
@@ -74,9 +74,9 @@ class GdbTarget {
 
  private:
   GdbTargetSettings settings_;
-  std::unique_ptr<gdb::GdbRemoteClient> client_;
-  std::unique_ptr<trace::GdbMemory> memory_;
-  std::unique_ptr<trace::GdbTraceInterface> trace_;
+  std::unique_ptr<gdb_remote::GdbRemoteClient> client_;
+  std::unique_ptr<trace_blocks::GdbMemory> memory_;
+  std::unique_ptr<trace_blocks::GdbTraceInterface> trace_;
   std::vector<std::string> mismatches_;
   ProbeMemoryLoan loan_;
 };

@@ -203,9 +203,9 @@ void requireFileSize(const fs::path& path, std::uint64_t bytes) {
   }
 }
 
-metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driver, double knownClockHz,
-                                            const std::string& recordedBy) {
-  metadata::CaptureMetadata result;
+capture_metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driver, double knownClockHz,
+                                                    const std::string& recordedBy) {
+  capture_metadata::CaptureMetadata result;
   result.recordedBy = recordedBy;
   Kv::Orv::Trace::TraceAttribute attribute;
   if (knownClockHz > 0) {
@@ -223,10 +223,11 @@ metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driv
   return result;
 }
 
-std::string decodeCommandFor(const std::string& input, const metadata::CaptureMetadata& metadata, bool withTiming) {
+std::string decodeCommandFor(const std::string& input, const capture_metadata::CaptureMetadata& metadata,
+                             bool withTiming) {
   std::string command = "vestrel-decode";
   if (withTiming) {
-    if (metadata.clockHz) command += " --clock " + metadata::clockText(*metadata.clockHz);
+    if (metadata.clockHz) command += " --clock " + capture_metadata::clockText(*metadata.clockHz);
     command += " --ts-prescale " + std::to_string(metadata.timestampPrescale);
   }
   return command + " " + input;

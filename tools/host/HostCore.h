@@ -78,7 +78,7 @@ class ReceiverSession {
 // folder of its own: what the attributes and export commands look at.
 struct ProbeSession {
   ReceiverLibrary library;
-  simulator::PassiveTarget target;
+  target_simulator::PassiveTarget target;
   Kv::Orv::Trace::CReceiver* receiver = nullptr;
   Kv::Orv::Trace::CChannelDriver* driver = nullptr;
 
@@ -94,12 +94,13 @@ void requireCheckableOutput(const fs::path& path);
 // How a recording must be read (for its metadata file and the live
 // decoder): the trace clock (knownClockHz when the command line gave it, else
 // what the driver reports) and the timestamp prescale the driver programmed.
-metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driver, double knownClockHz,
-                                            const std::string& recordedBy);
+capture_metadata::CaptureMetadata recordingMetadata(Kv::Orv::Trace::CChannelDriver& driver, double knownClockHz,
+                                                    const std::string& recordedBy);
 
 // "decode it: vestrel-decode <capture>" and the like, with the clock and
 // prescale as options (for a stream, which carries no metadata file).
-std::string decodeCommandFor(const std::string& input, const metadata::CaptureMetadata& metadata, bool withTiming);
+std::string decodeCommandFor(const std::string& input, const capture_metadata::CaptureMetadata& metadata,
+                             bool withTiming);
 
 // An output about to be written, checked before anything is recorded: a
 // regular file (or none yet), not there already unless force (option names

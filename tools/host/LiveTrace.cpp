@@ -8,7 +8,8 @@
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
-#include "TraceText.h"
+#include "TextWriter.h"
+#include "Timing.h"
 
 namespace vestrel::host {
 
@@ -77,21 +78,21 @@ void LiveConsole::endStatus() {
 
 // The decoder of the live view, on the follower's thread.
 struct LiveTrace::Decoding {
-  Decoding(const LiveSettings& settings, const metadata::CaptureMetadata& reading, LiveTrace& owner)
+  Decoding(const LiveSettings& settings, const capture_metadata::CaptureMetadata& reading, LiveTrace& owner)
       : writer(text, timingOf(reading)), ports(settings.ports), events(settings.events), owner(owner) {}
-  static decode::Timing timingOf(const metadata::CaptureMetadata& reading) {
-    decode::Timing timing;
+  static decoder::Timing timingOf(const capture_metadata::CaptureMetadata& reading) {
+    decoder::Timing timing;
     timing.clockHz = reading.clockHz;
     timing.timestampPrescale = reading.timestampPrescale;
     return timing;
   }
-  decode::OutputBuffer text;
-  decode::TextWriter writer;
+  decoder::OutputBuffer text;
+  decoder::TextWriter writer;
   std::set<std::uint32_t> ports;
   bool events;
   LiveTrace& owner;
-  decode::PacketTimer timer{[this](const decode::Packet& packet, decode::PacketTime time) {
-    using decode::PacketKind;
+  decoder::PacketTimer timer{[this](const decoder::Packet& packet, decoder::PacketTime time) {
+    using decoder::PacketKind;
     if (packet.kind == PacketKind::ExceptionTrace) ++owner.exceptions_;
     if (packet.kind == PacketKind::PcSample || packet.kind == PacketKind::PcSleep) ++owner.pcSamples_;
     if (packet.kind == PacketKind::Instrumentation) {
@@ -103,14 +104,14 @@ struct LiveTrace::Decoding {
     }
     writer.write(packet, time);
   }};
-  decode::ItmDecoder decoder{[this](const decode::Packet& packet) { timer.add(packet); }};
+  decoder::ItmDecoder decoder{[this](const decoder::Packet& packet) { timer.add(packet); }};
 };
 
 LiveTrace::LiveTrace(const LiveSettings& settings, LiveConsole& console) : settings_(settings), console_(console) {
   if (settings_.serve) {
-    server_ = std::make_unique<live::TraceServer>(
+    server_ = std::make_unique<trace_server::TraceServer>(
         *settings_.serve, [this](const std::string& line) { console_.lines("vestrel-host: " + line + "\n"); },
-        live::TraceServer::kDefaultClientQueue, settings_.maxClients);
+        trace_server::TraceServer::kDefaultClientQueue, settings_.maxClients);
     console_.lines("serving the raw SWO stream on " + server_->endpoint().text() + "\n");
   }
 }
@@ -145,19 +146,19 @@ std::string LiveStatus::line(double seconds, double bytes, const LiveCounts* cou
   return format("  %.2f MB", bytes / 1e6) + rates_;
 }
 
-std::optional<live::Endpoint> LiveTrace::endpoint() const {
+std::optional<trace_server::Endpoint> LiveTrace::endpoint() const {
   if (!server_) return std::nullopt;
   return server_->endpoint();
 }
 
-void LiveTrace::start(const std::string& capturePath, const metadata::CaptureMetadata& reading) {
+void LiveTrace::start(const std::string& capturePath, const capture_metadata::CaptureMetadata& reading) {
   if (settings_.decode) decoding_ = std::make_unique<Decoding>(settings_, reading, *this);
   if (server_) {
     console_.lines("decode it live: " + decodeCommandFor("--connect " + server_->endpoint().text(), reading, true) +
                    "\n");
   }
   if (!server_ && !decoding_) return;
-  follower_ = std::make_unique<live::CaptureFollower>(
+  follower_ = std::make_unique<trace_server::CaptureFollower>(
       capturePath, [this](const std::uint8_t* data, std::size_t size) { take(data, size); });
 }
 

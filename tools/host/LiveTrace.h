@@ -22,8 +22,8 @@
 namespace vestrel::host {
 
 struct LiveSettings {
-  std::optional<live::Endpoint> serve;
-  std::size_t maxClients = live::TraceServer::kDefaultMaxClients;  // served at once
+  std::optional<trace_server::Endpoint> serve;
+  std::size_t maxClients = trace_server::TraceServer::kDefaultMaxClients;  // served at once
   bool decode = false;
   std::set<std::uint32_t> ports;  // stimulus ports whose text is shown; empty: all
   bool events = false;            // every exception, PC sample and DWT event shown too
@@ -86,10 +86,10 @@ class LiveTrace {
   // Follows the capture file from its start (the recording has begun),
   // decoding with the recording's clock and prescale; says how to decode the
   // served stream.
-  void start(const std::string& capturePath, const metadata::CaptureMetadata& reading);
+  void start(const std::string& capturePath, const capture_metadata::CaptureMetadata& reading);
   // Hands on the rest of the capture, then ends every client's stream.
   void finish();
-  std::optional<live::Endpoint> endpoint() const;
+  std::optional<trace_server::Endpoint> endpoint() const;
   LiveCounts counts() const;
   bool decodes() const { return settings_.decode; }
 
@@ -100,9 +100,9 @@ class LiveTrace {
   LiveSettings settings_;
   LiveConsole& console_;
   std::atomic<std::uint64_t> lines_{0}, exceptions_{0}, pcSamples_{0};
-  std::unique_ptr<live::TraceServer> server_;
+  std::unique_ptr<trace_server::TraceServer> server_;
   std::unique_ptr<Decoding> decoding_;
-  std::unique_ptr<live::CaptureFollower> follower_;
+  std::unique_ptr<trace_server::CaptureFollower> follower_;
 };
 
 }  // namespace vestrel::host

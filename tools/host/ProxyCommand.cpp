@@ -31,28 +31,28 @@ void onInterrupt(int) { interrupted = 1; }
 // is open and its target halted: in all-stop mode nothing but the interrupt
 // byte may reach a server whose target runs, so a request then is refused
 // here and never sent.
-class ProxyMemory final : public trace::TargetMemory {
+class ProxyMemory final : public trace_blocks::TargetMemory {
  public:
-  explicit ProxyMemory(gdb::GdbProxy& proxy) : proxy_(proxy) {}
+  explicit ProxyMemory(gdb_remote::GdbProxy& proxy) : proxy_(proxy) {}
   std::uint32_t read32(std::uint32_t address) override { return server().readWord(address); }
   void write32(std::uint32_t address, std::uint32_t value) override { server().writeWord(address, value); }
 
  private:
-  gdb::GdbRemoteClient& server() {
+  gdb_remote::GdbRemoteClient& server() {
     if (!proxy_.canRequest()) {
-      throw gdb::GdbError("not sent: the target runs or no debugger session is open (all-stop mode)");
+      throw gdb_remote::GdbError("not sent: the target runs or no debugger session is open (all-stop mode)");
     }
     return proxy_.server();
   }
-  gdb::GdbProxy& proxy_;
+  gdb_remote::GdbProxy& proxy_;
 };
 
 }  // namespace
 
 int gdbProxy(const ProxySettings& settings) {
   const RecordSettings& recording = settings.record;
-  const auto listen = live::parseEndpoint(settings.listen);
-  const auto server = live::parseEndpoint(recording.gdbTarget.server);
+  const auto listen = trace_server::parseEndpoint(settings.listen);
+  const auto server = trace_server::parseEndpoint(recording.gdbTarget.server);
   if (!listen || !server || server->port == 0) {
     std::cerr << "vestrel-host: gdb-proxy takes --listen [HOST:]PORT and --gdb HOST:PORT\n";
     return 2;
@@ -63,7 +63,7 @@ int gdbProxy(const ProxySettings& settings) {
   const fs::path dir = fs::absolute("vestrel-record");
   if (const int failed = prepareRecordFolder(recording, dir); failed != 0) return failed;
 
-  gdb::GdbProxy proxy(listen->host, listen->port, server->host, server->port);
+  gdb_remote::GdbProxy proxy(listen->host, listen->port, server->host, server->port);
   ProbeMemoryLoan loan;
   if (recording.clockAuto) {
     std::string why;
@@ -73,7 +73,7 @@ int gdbProxy(const ProxySettings& settings) {
     }
   }
   ProxyMemory memory(proxy);
-  trace::GdbTraceInterface target(memory, recording.gdbTarget.trace, [](const std::string& mismatch) {
+  trace_blocks::GdbTraceInterface target(memory, recording.gdbTarget.trace, [](const std::string& mismatch) {
     std::cerr << "vestrel-host: warning: " << mismatch << "\n";
   });
   ReceiverLibrary library;
@@ -91,12 +91,13 @@ int gdbProxy(const ProxySettings& settings) {
       const fs::path output = numberedOutput(recording.output, ++runs);
       driver->SaveToFile(fs::absolute(output).string(), 2);
       requireFileSize(output, samples * 8ull);
-      const metadata::CaptureMetadata reading = recordingMetadata(*driver, recording.clockHz, "vestrel-host gdb-proxy");
-      metadata::writeMetadataBeside(fs::absolute(output).string(), reading);
+      const capture_metadata::CaptureMetadata reading =
+          recordingMetadata(*driver, recording.clockHz, "vestrel-host gdb-proxy");
+      capture_metadata::writeMetadataBeside(fs::absolute(output).string(), reading);
       std::cout << "saved " << output.string() << " (run " << runs << ", " << samples
                 << " samples); decode it: " << decodeCommandFor(output.string(), reading, false) << std::endl;
     };
-    gdb::GdbProxy::Events events;
+    gdb_remote::GdbProxy::Events events;
     bool toldRunning = false;
     int unrecorded = 0;  // runs whose trace blocks could not be set up
     events.resuming = [&] {
@@ -115,7 +116,7 @@ int gdbProxy(const ProxySettings& settings) {
       recordingNow = true;
       std::cout << "target running: " << statusOf(*driver) << std::endl;
     };
-    events.stopped = [&](const gdb::StopReply& stop) {
+    events.stopped = [&](const gdb_remote::StopReply& stop) {
       if (toldRunning && !recordingNow) {
         receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
         toldRunning = false;
@@ -159,7 +160,7 @@ int gdbProxy(const ProxySettings& settings) {
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;
-  } catch (const gdb::GdbError& e) {
+  } catch (const gdb_remote::GdbError& e) {
     std::cerr << "vestrel-host: " << e.what() << "\n";
     return 1;
   }

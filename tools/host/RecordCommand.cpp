@@ -59,7 +59,7 @@ int record(const RecordSettings& settings) {
   LiveTrace liveTrace(settings.live, console);  // a taken port fails here, before anything records
   ReceiverLibrary library;
   if (!library.load()) return 1;  // said why
-  simulator::PassiveTarget passive;
+  target_simulator::PassiveTarget passive;
   std::unique_ptr<GdbTarget> gdbTarget;
   if (!settings.gdbTarget.server.empty()) {
     gdbTarget = std::make_unique<GdbTarget>(settings.gdbTarget);
@@ -102,10 +102,11 @@ int record(const RecordSettings& settings) {
     }
     // How the bytes are read, beside the receiver's capture from the start
     // (for vestrel-decode --follow) and beside the saved one at the end.
-    const metadata::CaptureMetadata reading = recordingMetadata(*driver, settings.clockHz, "vestrel-host record");
+    const capture_metadata::CaptureMetadata reading =
+        recordingMetadata(*driver, settings.clockHz, "vestrel-host record");
     const std::string receiverCapture = (dir / ".KV-trace" / "data" / "swotrace_Core.bin").string();
     try {
-      metadata::writeMetadataBeside(receiverCapture, reading);
+      capture_metadata::writeMetadataBeside(receiverCapture, reading);
     } catch (const std::exception& error) {
       std::cerr << "vestrel-host: warning: " << error.what() << "\n";
     }
@@ -126,7 +127,7 @@ int record(const RecordSettings& settings) {
       if (gdbTarget) {
         try {
           stoppedByItself = gdbTarget->stoppedByItself(std::chrono::milliseconds(50));
-        } catch (const gdb::GdbError& error) {
+        } catch (const gdb_remote::GdbError& error) {
           linkFailure = error.what();
           break;
         }
@@ -156,7 +157,7 @@ int record(const RecordSettings& settings) {
     if (!stoppedByItself && !linkFailure && gdbTarget) {
       try {
         std::cout << gdbTarget->finish() << "\n";
-      } catch (const gdb::GdbError& error) {
+      } catch (const gdb_remote::GdbError& error) {
         linkFailure = error.what();
         std::cerr << "vestrel-host: the target could not be halted: " << *linkFailure << "\n";
       }
@@ -175,7 +176,7 @@ int record(const RecordSettings& settings) {
                 << ": vestrel-host export --from vestrel-record --binary <file>\n";
       throw;
     }
-    metadata::writeMetadataBeside(fs::absolute(settings.output).string(), reading);
+    capture_metadata::writeMetadataBeside(fs::absolute(settings.output).string(), reading);
     std::cout << "saved " << settings.output << "\n";
     std::cout << "decode it: " << decodeCommandFor(settings.output, reading, false) << "\n";
     session.end();
@@ -183,7 +184,7 @@ int record(const RecordSettings& settings) {
       try {
         const std::string done = gdbTarget->finish();
         if (!done.empty()) std::cout << done << "\n";
-      } catch (const gdb::GdbError& error) {
+      } catch (const gdb_remote::GdbError& error) {
         std::cerr << "vestrel-host: " << error.what() << "\n";
         return 1;
       }

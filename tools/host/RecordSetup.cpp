@@ -105,7 +105,7 @@ int prepareRecordFolder(const RecordSettings& settings, const fs::path& dir) {
   std::string device = "device_id = 0x0B9AF02F\n";
   if (!settings.gdbTarget.deviceFile.empty()) {
     try {
-      device = device::scenarioLines(device::readDeviceFile(settings.gdbTarget.deviceFile));
+      device = device_file::scenarioLines(device_file::readDeviceFile(settings.gdbTarget.deviceFile));
     } catch (const std::invalid_argument& fault) {
       std::cerr << "vestrel-host: --device " << fault.what() << "\n";
       return 2;

@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
   if (const auto status = vestrel::command_line::parse(app, argc, argv, "vestrel-host")) return *status;
   for (auto [text, live] : {std::pair{&demoServe, &demoSettings.live}, std::pair{&recordServe, &recording.live}}) {
     if (text->empty()) continue;
-    live->serve = vestrel::live::parseEndpoint(*text);
+    live->serve = vestrel::trace_server::parseEndpoint(*text);
     if (!live->serve) {
       std::cerr << "vestrel-host: --serve takes [HOST:]PORT, not " << *text << "\n";
       return 2;

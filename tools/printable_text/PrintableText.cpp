@@ -1,6 +1,6 @@
 #include "PrintableText.h"
 
-namespace vestrel::text {
+namespace vestrel::printable_text {
 
 bool needsEscape(unsigned char byte) { return (byte < 0x20 && byte != '\t') || byte == 0x7F; }
 
@@ -25,4 +25,4 @@ std::string printable(std::string_view text) {
   return out;
 }
 
-}  // namespace vestrel::text
+}  // namespace vestrel::printable_text

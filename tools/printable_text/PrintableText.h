@@ -8,10 +8,10 @@
 #include <string>
 #include <string_view>
 
-namespace vestrel::text {
+namespace vestrel::printable_text {
 
 bool needsEscape(unsigned char byte);
 void appendPrintable(std::string& out, std::string_view text);
 std::string printable(std::string_view text);
 
-}  // namespace vestrel::text
+}  // namespace vestrel::printable_text

@@ -27,7 +27,7 @@ class SimulatedModule final : public Kv::Orv::Probe::CDeviceModule {
 
 class SimulatedDeviceInfo final : public Kv::Orv::Probe::CDeviceInfo {
  public:
-  explicit SimulatedDeviceInfo(const vestrel_sim::Scenario& scenario) {
+  explicit SimulatedDeviceInfo(const vestrel::probe_simulator::Scenario& scenario) {
     for (const auto& [name, registers] : scenario.modules) modules_.emplace(name, SimulatedModule(registers));
   }
   ~SimulatedDeviceInfo() = default;
@@ -42,7 +42,7 @@ class SimulatedDeviceInfo final : public Kv::Orv::Probe::CDeviceInfo {
 
 class SimulatedDeviceIdentifier final : public Kv::Orv::Probe::CDeviceIdentifier {
  public:
-  explicit SimulatedDeviceIdentifier(vestrel_sim::Scenario scenario)
+  explicit SimulatedDeviceIdentifier(vestrel::probe_simulator::Scenario scenario)
       : scenario_(std::move(scenario)), info_(scenario_) {}
   ~SimulatedDeviceIdentifier() = default;
 
@@ -54,14 +54,14 @@ class SimulatedDeviceIdentifier final : public Kv::Orv::Probe::CDeviceIdentifier
   }
 
  private:
-  vestrel_sim::Scenario scenario_;
+  vestrel::probe_simulator::Scenario scenario_;
   SimulatedDeviceInfo info_;
 };
 
 }  // namespace
 
 SIM_EXPORT Kv::Orv::Probe::CDeviceIdentifier* CreateDeviceIdentifier() {
-  vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
+  vestrel::probe_simulator::Scenario scenario = vestrel::probe_simulator::LoadScenario();
   if (scenario.identifierNull) return nullptr;
   if (scenario.identifierOutOfMemory) throw std::bad_alloc();
   if (scenario.identifierThrows) throw std::runtime_error("device identifier: create failed");
@@ -73,7 +73,7 @@ SIM_EXPORT Kv::Orv::Probe::CDeviceIdentifier* CreateDeviceIdentifier() {
 }
 
 SIM_EXPORT void DestroyDeviceIdentifier(Kv::Orv::Probe::CDeviceIdentifier* identifier, std::uint32_t) {
-  const bool fails = vestrel_sim::LoadScenario().destroyIdentifierThrows;
+  const bool fails = vestrel::probe_simulator::LoadScenario().destroyIdentifierThrows;
   delete static_cast<SimulatedDeviceIdentifier*>(identifier);
   if (fails) throw std::runtime_error("device identifier: destroy failed");
 }

@@ -6,7 +6,7 @@
 
 #include "TraceEnvironment.h"
 
-namespace vestrel_sim {
+namespace vestrel::probe_simulator {
 
 namespace {
 
@@ -104,4 +104,4 @@ Scenario LoadScenario() {
   return ParseScenario(text.str());
 }
 
-}  // namespace vestrel_sim
+}  // namespace vestrel::probe_simulator

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-namespace vestrel_sim {
+namespace vestrel::probe_simulator {
 
 struct Scenario {
   bool setupAdapterNull = false;
@@ -34,4 +34,4 @@ struct Scenario {
 Scenario LoadScenario();
 Scenario ParseScenario(const std::string& text);
 
-}  // namespace vestrel_sim
+}  // namespace vestrel::probe_simulator

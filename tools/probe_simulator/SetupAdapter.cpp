@@ -9,16 +9,16 @@ namespace {
 
 class SimulatedSetupAdapter final : public Kv::Orv::Probe::CSetupAdapter {
  public:
-  explicit SimulatedSetupAdapter(vestrel_sim::Scenario scenario) : scenario_(std::move(scenario)) {}
+  explicit SimulatedSetupAdapter(vestrel::probe_simulator::Scenario scenario) : scenario_(std::move(scenario)) {}
   ~SimulatedSetupAdapter() = default;
 
   bool Initialize(std::string& errorText) override {
     switch (scenario_.initialize) {
-      case vestrel_sim::Scenario::Initialize::Ok:
+      case vestrel::probe_simulator::Scenario::Initialize::Ok:
         return true;
-      case vestrel_sim::Scenario::Initialize::Throw:
+      case vestrel::probe_simulator::Scenario::Initialize::Throw:
         throw std::runtime_error("simulated setup adapter failure");
-      case vestrel_sim::Scenario::Initialize::Fail:
+      case vestrel::probe_simulator::Scenario::Initialize::Fail:
         break;
     }
     errorText = scenario_.initializeError;
@@ -33,13 +33,13 @@ class SimulatedSetupAdapter final : public Kv::Orv::Probe::CSetupAdapter {
   bool destroyThrows() const { return scenario_.destroySetupAdapterThrows; }
 
  private:
-  vestrel_sim::Scenario scenario_;
+  vestrel::probe_simulator::Scenario scenario_;
 };
 
 }  // namespace
 
 SIM_EXPORT Kv::Orv::Probe::CSetupAdapter* CreateSetupAdapter() {
-  vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
+  vestrel::probe_simulator::Scenario scenario = vestrel::probe_simulator::LoadScenario();
   if (scenario.setupAdapterNull) return nullptr;
   if (scenario.setupAdapterThrows) throw std::runtime_error("setup adapter: create failed");
   return new SimulatedSetupAdapter(std::move(scenario));

@@ -17,7 +17,7 @@ void* hostContext = nullptr;
 
 class SimulatedTargetAdapter final : public Kv::Orv::Probe::CTargetAdapter {
  public:
-  explicit SimulatedTargetAdapter(vestrel_sim::Scenario scenario) : scenario_(std::move(scenario)) {}
+  explicit SimulatedTargetAdapter(vestrel::probe_simulator::Scenario scenario) : scenario_(std::move(scenario)) {}
   ~SimulatedTargetAdapter() = default;
 
   // The scenario's memory first; any other address from the host's target,
@@ -36,7 +36,7 @@ class SimulatedTargetAdapter final : public Kv::Orv::Probe::CTargetAdapter {
   }
 
  private:
-  vestrel_sim::Scenario scenario_;
+  vestrel::probe_simulator::Scenario scenario_;
 };
 
 // The receiver never releases its adapters; the library keeps them and frees
@@ -49,7 +49,7 @@ std::vector<std::unique_ptr<SimulatedTargetAdapter>>& adapters() {
 }  // namespace
 
 SIM_EXPORT Kv::Orv::Probe::CTargetAdapter* NewTargetAdapter(const char*, Kv::Orv::Probe::CTargetAdapter** adapter) {
-  vestrel_sim::Scenario scenario = vestrel_sim::LoadScenario();
+  vestrel::probe_simulator::Scenario scenario = vestrel::probe_simulator::LoadScenario();
   Kv::Orv::Probe::CTargetAdapter* made = nullptr;
   if (!scenario.targetAdapterNull) {
     adapters().push_back(std::make_unique<SimulatedTargetAdapter>(std::move(scenario)));

@@ -4,7 +4,7 @@
 
 #include "FirmwareLayout.h"
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 namespace {
 
@@ -147,4 +147,4 @@ std::string ItmProgram::nextIteration() {
   return out;
 }
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

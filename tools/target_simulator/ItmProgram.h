@@ -11,7 +11,7 @@
 #include <map>
 #include <string>
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 class ItmProgram {
  public:
@@ -40,4 +40,4 @@ class ItmProgram {
   std::uint64_t sleepSamples_ = 0;
 };
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

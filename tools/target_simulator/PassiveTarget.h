@@ -6,7 +6,7 @@
 
 #include "CCpuTraceInterface.h"
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 class PassiveTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
  public:
@@ -25,4 +25,4 @@ class PassiveTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
   std::int32_t SetTimestampPrescaler(std::uint32_t, Kv::Orv::Trace::eSWO_TS_PRESCALAR) override { return 0; }
 };
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

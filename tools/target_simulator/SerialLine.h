@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 class SerialLine {
  public:
@@ -36,4 +36,4 @@ class SerialLine {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

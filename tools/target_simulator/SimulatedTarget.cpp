@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cmath>
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 SimulatedTarget::SimulatedTarget(double traceClockHz, SerialLine& line) : traceClockHz_(traceClockHz), line_(line) {}
 
@@ -125,4 +125,4 @@ void SimulatedTarget::run() {
   figures_.bytesLost += pending.size();
 }
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

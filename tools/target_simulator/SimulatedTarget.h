@@ -16,7 +16,7 @@
 #include "ItmProgram.h"
 #include "SerialLine.h"
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 class SimulatedTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
  public:
@@ -70,4 +70,4 @@ class SimulatedTarget final : public Kv::Orv::Trace::CCpuTraceInterface {
   ItmProgram program_;
 };
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-namespace vestrel::trace {
+namespace vestrel::trace_blocks {
 
 using namespace Kv::Orv::Trace;
 
@@ -61,4 +61,4 @@ std::int32_t GdbTraceInterface::ReleaseTrace(std::uint32_t) {
   return guarded("ReleaseTrace", [this] { programmer_.release(); });
 }
 
-}  // namespace vestrel::trace
+}  // namespace vestrel::trace_blocks

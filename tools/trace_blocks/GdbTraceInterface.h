@@ -10,17 +10,17 @@
 #include "GdbRemoteClient.h"
 #include "TraceBlockProgrammer.h"
 
-namespace vestrel::trace {
+namespace vestrel::trace_blocks {
 
 // Target memory through a GDB connection.
 class GdbMemory final : public TargetMemory {
  public:
-  explicit GdbMemory(gdb::GdbRemoteClient& client) : client_(client) {}
+  explicit GdbMemory(gdb_remote::GdbRemoteClient& client) : client_(client) {}
   std::uint32_t read32(std::uint32_t address) override { return client_.readWord(address); }
   void write32(std::uint32_t address, std::uint32_t value) override { client_.writeWord(address, value); }
 
  private:
-  gdb::GdbRemoteClient& client_;
+  gdb_remote::GdbRemoteClient& client_;
 };
 
 class GdbTraceInterface final : public Kv::Orv::Trace::CCpuTraceInterface {
@@ -50,4 +50,4 @@ class GdbTraceInterface final : public Kv::Orv::Trace::CCpuTraceInterface {
   std::string lastError_;
 };
 
-}  // namespace vestrel::trace
+}  // namespace vestrel::trace_blocks

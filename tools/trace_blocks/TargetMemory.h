@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace vestrel::trace {
+namespace vestrel::trace_blocks {
 
 class TargetMemory {
  public:
@@ -13,4 +13,4 @@ class TargetMemory {
   virtual void write32(std::uint32_t address, std::uint32_t value) = 0;
 };
 
-}  // namespace vestrel::trace
+}  // namespace vestrel::trace_blocks

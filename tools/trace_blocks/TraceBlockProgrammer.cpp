@@ -5,7 +5,7 @@
 
 #include "TraceRegisters.h"
 
-namespace vestrel::trace {
+namespace vestrel::trace_blocks {
 
 namespace {
 
@@ -125,4 +125,4 @@ void TraceBlockProgrammer::release() {
   demcrBefore_.reset();
 }
 
-}  // namespace vestrel::trace
+}  // namespace vestrel::trace_blocks

@@ -15,7 +15,7 @@
 
 #include "TargetMemory.h"
 
-namespace vestrel::trace {
+namespace vestrel::trace_blocks {
 
 struct TraceSettings {
   std::uint32_t itmPorts = 0xFFFFFFFFu;           // stimulus ports enabled (TER)
@@ -67,4 +67,4 @@ class TraceBlockProgrammer {
   std::uint32_t dwtBefore_ = 0;
 };
 
-}  // namespace vestrel::trace
+}  // namespace vestrel::trace_blocks

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace vestrel::trace {
+namespace vestrel::trace_blocks {
 
 // Debug Exception and Monitor Control Register.
 constexpr std::uint32_t kDemcr = 0xE000EDFC;
@@ -52,4 +52,4 @@ constexpr std::uint32_t kSpprManchester = 1;
 constexpr std::uint32_t kSpprNrz = 2;                     // UART framing
 constexpr std::uint32_t kFfcrTrigInFormatterOff = 0x100;  // TrigIn on, EnFCont off: the ITM stream as it is
 
-}  // namespace vestrel::trace
+}  // namespace vestrel::trace_blocks

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <vector>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 CaptureFollower::CaptureFollower(std::string path, Sink sink) : path_(std::move(path)), sink_(std::move(sink)) {
   thread_ = std::thread([this] { run(); });
@@ -45,4 +45,4 @@ void CaptureFollower::run() {
   std::fclose(file);
 }
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

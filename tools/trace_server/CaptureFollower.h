@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 class CaptureFollower {
  public:
@@ -34,4 +34,4 @@ class CaptureFollower {
   std::thread thread_;
 };
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -1,6 +1,6 @@
 #include "Endpoint.h"
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 std::optional<Endpoint> parseEndpoint(const std::string& text) {
   Endpoint endpoint;
@@ -19,4 +19,4 @@ std::optional<Endpoint> parseEndpoint(const std::string& text) {
   return endpoint;
 }
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

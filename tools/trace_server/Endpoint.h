@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 struct Endpoint {
   std::string host = "127.0.0.1";
@@ -17,4 +17,4 @@ struct Endpoint {
 // Empty when the text is no endpoint; a port of 0 asks the system for one.
 std::optional<Endpoint> parseEndpoint(const std::string& text);
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

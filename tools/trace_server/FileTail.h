@@ -5,9 +5,9 @@
 
 #include <cstdio>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 // After a read came up short: forget the end, keep the position.
 void readOnAfterEnd(std::FILE* file);
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -8,8 +8,8 @@
 
 #include <asio.hpp>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 void prepareListener(asio::ip::tcp::acceptor& acceptor, asio::error_code& error);
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -3,7 +3,7 @@
 #include <asio.hpp>
 #include <stdexcept>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 struct TraceClient::Impl {
   asio::io_context io;
@@ -59,4 +59,4 @@ long TraceClient::read(void* buffer, std::size_t size, std::chrono::milliseconds
 
 const std::string& TraceClient::lastError() const { return impl_->lastError; }
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -9,7 +9,7 @@
 
 #include "Endpoint.h"
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 class TraceClient {
  public:
@@ -30,4 +30,4 @@ class TraceClient {
   std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 namespace {
 
@@ -222,4 +222,4 @@ void TraceServer::drain() {
   }
 }
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -17,7 +17,7 @@
 
 #include "Endpoint.h"
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 class TraceServer {
  public:
@@ -48,4 +48,4 @@ class TraceServer {
   std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

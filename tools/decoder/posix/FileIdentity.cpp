@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -24,4 +24,4 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
   return identityIn(status);
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -3,7 +3,7 @@
 #include <errno.h>
 #include <unistd.h>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 long readAvailable(std::FILE* file, void* buffer, std::size_t size) {
   for (;;) {
@@ -13,4 +13,4 @@ long readAvailable(std::FILE* file, void* buffer, std::size_t size) {
   }
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -3,7 +3,7 @@
 #include <io.h>
 #include <windows.h>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -31,4 +31,4 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
   return identity;
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

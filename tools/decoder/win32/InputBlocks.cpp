@@ -6,7 +6,7 @@
 #include <climits>
 #include <cstdio>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 long readAvailable(std::FILE* file, void* buffer, std::size_t size) {
   const int descriptor = _fileno(file);
@@ -22,4 +22,4 @@ long readAvailable(std::FILE* file, void* buffer, std::size_t size) {
   return got;
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -65,7 +65,7 @@ std::vector<FunctionSymbol> functionsOf(Elf* elf, bool thumb) {
       std::uint64_t start = symbol.st_value;
       if (thumb) start &= ~std::uint64_t{1};
       if (start > 0xFFFFFFFFu) continue;  // trace addresses are 32-bit
-      functions.push_back({text::printable(name), static_cast<std::uint32_t>(start),
+      functions.push_back({printable_text::printable(name), static_cast<std::uint32_t>(start),
                            static_cast<std::uint32_t>(symbol.st_size > 0xFFFFFFFFu ? 0xFFFFFFFFu : symbol.st_size)});
     }
   }
@@ -97,7 +97,7 @@ void linesOf(Elf* elf, std::vector<std::string>& files, std::vector<LineRow>& ro
         const char* file = dwarf_linesrc(line, nullptr, nullptr);
         const auto [entry, added] =
             fileIndex.emplace(file != nullptr ? file : "?", static_cast<std::uint32_t>(files.size()));
-        if (added) files.push_back(text::printable(entry->first));
+        if (added) files.push_back(printable_text::printable(entry->first));
         rows.push_back({static_cast<std::uint32_t>(address), entry->second,
                         static_cast<std::uint32_t>(number < 0 ? 0 : number), end});
       }

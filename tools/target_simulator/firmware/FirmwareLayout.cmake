@@ -27,12 +27,12 @@ if(entries STREQUAL "")
 endif()
 file(WRITE ${OUTPUT}.new
   "// Generated from the linked demo firmware's symbols; do not edit.\n"
-  "#pragma once\n\n#include <cstdint>\n\nnamespace vestrel::simulator {\n\n"
+  "#pragma once\n\n#include <cstdint>\n\nnamespace vestrel::target_simulator {\n\n"
   "struct FirmwareFunction {\n  const char* name;\n  std::uint32_t address;\n  std::uint32_t size;\n};\n\n"
   "inline constexpr FirmwareFunction kFirmwareFunctions[] = {\n${entries}};\n\n"
   "struct FirmwareLabel {\n  const char* name;\n  std::uint32_t address;\n};\n\n"
   "inline constexpr FirmwareLabel kFirmwareLabels[] = {\n${labels}};\n\n"
   "// Variables in RAM.\ninline constexpr FirmwareLabel kFirmwareVariables[] = {\n${data}};\n\n"
-  "}  // namespace vestrel::simulator\n")
+  "}  // namespace vestrel::target_simulator\n")
 file(COPY_FILE ${OUTPUT}.new ${OUTPUT} ONLY_IF_DIFFERENT)
 file(REMOVE ${OUTPUT}.new)

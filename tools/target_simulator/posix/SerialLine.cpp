@@ -11,7 +11,7 @@
 
 extern "C" int ioctl(int fd, unsigned long request, ...);
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 struct SerialLine::State {
   int master = -1;
@@ -63,4 +63,4 @@ std::uint32_t SerialLine::receiverBaudRate() const {
 
 void SerialLine::drainReceiverSide(int) {}
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

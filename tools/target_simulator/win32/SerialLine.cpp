@@ -2,7 +2,7 @@
 
 #include "win32/windows_headers.h"
 
-namespace vestrel::simulator {
+namespace vestrel::target_simulator {
 
 // The test command (and the demo) joins COM<n> and COM<n+1> through a pty
 // pair and says so in VESTREL_COM_PAIR; the target writes into COM<n+1>.
@@ -67,4 +67,4 @@ void SerialLine::drainReceiverSide(int comNumber) {
   CloseHandle(reader);
 }
 
-}  // namespace vestrel::simulator
+}  // namespace vestrel::target_simulator

@@ -1,7 +1,7 @@
 #include "../FileTail.h"
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 void readOnAfterEnd(std::FILE* file) { std::clearerr(file); }
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

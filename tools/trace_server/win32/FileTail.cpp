@@ -1,10 +1,10 @@
 #include "../FileTail.h"
 
-namespace vestrel::live {
+namespace vestrel::trace_server {
 
 void readOnAfterEnd(std::FILE* file) {
   std::clearerr(file);
   _fseeki64(file, 0, SEEK_CUR);  // 64-bit: captures grow past 2 GiB
 }
 
-}  // namespace vestrel::live
+}  // namespace vestrel::trace_server

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 struct HandlerRun {
   // Reset: closed because the stack passed kMaxDepth (the trace is corrupt).
@@ -89,4 +89,4 @@ class HandlerStack {
   std::uint64_t entries_ = 0;
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

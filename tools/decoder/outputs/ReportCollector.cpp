@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 ReportCollector::ReportCollector(std::string source, Timing timing, ReportLimits limits) {
   data_.source = std::move(source);
@@ -84,4 +84,4 @@ void ReportCollector::finish(const DecoderStatistics& statistics, ProfileReport 
   data_.named = named;
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 OutputBuffer::OutputBuffer(std::FILE* file, std::size_t flushAt)
     : file_(file), flushAt_(file != nullptr ? flushAt : SIZE_MAX) {
@@ -74,4 +74,4 @@ bool OutputBuffer::flush() {
   return !failed_;
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

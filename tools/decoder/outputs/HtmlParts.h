@@ -6,11 +6,12 @@
 #include <cstdio>
 #include <string>
 
+#include "ExceptionNames.h"
 #include "OutputBuffer.h"
 #include "ReportCollector.h"
-#include "TraceText.h"
+#include "Timing.h"
 
-namespace vestrel::decode::html {
+namespace vestrel::decoder::html {
 
 inline constexpr double kPlotLeft = 170;   // labels to the left of it
 inline constexpr double kPlotWidth = 900;  // pixels for the whole time span
@@ -33,7 +34,7 @@ struct TimeUnit {
 };
 
 inline TimeUnit unitFor(std::uint64_t largest, const Timing& timing) {
-  if (!timing.clockHz || *timing.clockHz <= 0) return {};
+  if (!timing.hasClock()) return {};
   const double cyclesPerSecond = *timing.clockHz / timing.timestampPrescale;
   const double seconds = static_cast<double>(largest) / cyclesPerSecond;
   if (seconds < 1e-3) return {cyclesPerSecond / 1e6, "µs"};
@@ -50,4 +51,4 @@ inline std::string timeIn(std::uint64_t cycles, const TimeUnit& unit) {
 // the table of runs per exception.
 void timeline(OutputBuffer& out, const ReportData& data);
 
-}  // namespace vestrel::decode::html
+}  // namespace vestrel::decoder::html

@@ -14,7 +14,7 @@
 #include "OutputBuffer.h"
 #include "SymbolTable.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 struct ProfileLine {
   std::string file;  // base name
@@ -69,4 +69,4 @@ void writeProfile(OutputBuffer& out, const ProfileReport& report, std::size_t ma
 // The same as one JSON object of kind "profile" (every row), ending in a newline.
 void writeProfileJson(OutputBuffer& out, const ProfileReport& report);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -18,10 +18,11 @@
 #include "HandlerStack.h"
 #include "OutputBuffer.h"
 #include "PacketTimer.h"
+#include "StimulusLines.h"
 #include "SymbolTable.h"
-#include "TraceText.h"
+#include "Timing.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 class PerfettoWriter {
  public:
@@ -62,11 +63,10 @@ class PerfettoWriter {
   HandlerStack handlers_;
   std::set<std::uint32_t> portsNamed_;
   std::uint64_t lastCycles_ = 0;
-  bool first_ = true;
   std::uint64_t maxEvents_;
   std::uint64_t events_ = 0;
   std::uint64_t leftOut_ = 0;
   std::optional<std::uint64_t> firstHiddenRun_;  // runs from this serial on have no slice
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

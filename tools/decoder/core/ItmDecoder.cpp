@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 const char* kindName(PacketKind kind) {
   switch (kind) {
@@ -367,4 +367,4 @@ void ItmDecoder::endMalformedRun() {
   if (sink_) sink_(run);
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

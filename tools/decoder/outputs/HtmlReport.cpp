@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <set>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -189,8 +189,8 @@ void appendHtml(OutputBuffer& out, const std::string& text) {
 }
 
 std::string humanTime(std::uint64_t cycles, const Timing& timing) {
-  if (!timing.clockHz || *timing.clockHz <= 0) return std::to_string(cycles) + " cycles";
-  const double seconds = static_cast<double>(cycles) * timing.timestampPrescale / *timing.clockHz;
+  if (!timing.hasClock()) return std::to_string(cycles) + " cycles";
+  const double seconds = timing.seconds(cycles);
   if (seconds < 1e-3) return number(seconds * 1e6, "%.3f µs");
   if (seconds < 1) return number(seconds * 1e3, "%.3f ms");
   return number(seconds, "%.3f s");
@@ -203,10 +203,9 @@ void writeHtmlReport(OutputBuffer& out, const ReportData& data) {
   style(out);
   out.append("</head>\n<body>\n<h1>SWO trace</h1>\n<p class=\"note\">");
   appendHtml(out, data.source);
-  out.append(data.timing.clockHz && *data.timing.clockHz > 0
-                 ? " · trace clock " + number(*data.timing.clockHz, "%.0f") + " Hz, timestamp prescale " +
-                       std::to_string(data.timing.timestampPrescale)
-                 : std::string(" · times in cycles (no trace clock given)"));
+  out.append(data.timing.hasClock() ? " · trace clock " + number(*data.timing.clockHz, "%.0f") +
+                                          " Hz, timestamp prescale " + std::to_string(data.timing.timestampPrescale)
+                                    : std::string(" · times in cycles (no trace clock given)"));
   out.append(" · made by vestrel-decode</p>\n");
   summary(out, data);
   timeline(out, data);
@@ -215,4 +214,4 @@ void writeHtmlReport(OutputBuffer& out, const ReportData& data) {
   out.append("</body>\n</html>\n");
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -9,7 +9,7 @@
 #include "OutputBuffer.h"
 #include "ReportCollector.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 void writeHtmlReport(OutputBuffer& out, const ReportData& data);
 
@@ -21,4 +21,4 @@ void appendHtml(OutputBuffer& out, const std::string& text);
 // "1234 cycles" without it.
 std::string humanTime(std::uint64_t cycles, const Timing& timing);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

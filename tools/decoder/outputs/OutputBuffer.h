@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 class OutputBuffer {
  public:
@@ -58,4 +58,4 @@ class OutputBuffer {
   bool failed_ = false;
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

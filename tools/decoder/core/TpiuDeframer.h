@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <functional>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 class TpiuDeframer {
  public:
@@ -33,4 +33,4 @@ class TpiuDeframer {
   std::uint64_t frames_ = 0;
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -14,7 +14,7 @@
 
 #include "ItmDecoder.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 struct PacketTime {
   std::uint64_t cycles = 0;  // the sum of the local timestamps up to the one that dates the packet
@@ -59,4 +59,4 @@ class BasicPacketTimer {
 
 using PacketTimer = BasicPacketTimer<std::function<void(const Packet&, PacketTime)>>;
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -14,9 +14,10 @@
 #include "ItmDecoder.h"
 #include "PacketTimer.h"
 #include "Profile.h"
-#include "TraceText.h"
+#include "StimulusLines.h"
+#include "Timing.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 struct ReportLimits {
   std::size_t runs = 20000;         // handler runs drawn on the timeline
@@ -80,4 +81,4 @@ class ReportCollector {
   StimulusLines lines_;
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -16,7 +16,7 @@
 #include <iosfwd>
 #include <string>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 enum class PacketKind {
   Sync,
@@ -121,4 +121,4 @@ class ItmDecoder {
   std::uint64_t offset_ = 0;
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -58,4 +58,4 @@ void writeStatisticsJson(OutputBuffer& out, const DecoderStatistics& statistics)
   out.append("}\n");
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

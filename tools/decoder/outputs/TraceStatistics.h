@@ -4,7 +4,7 @@
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 // One "name: count" per line.
 void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics);
@@ -12,4 +12,4 @@ void writeStatistics(OutputBuffer& out, const DecoderStatistics& statistics);
 // by kind, in snake_case ("pc_sample").
 void writeStatisticsJson(OutputBuffer& out, const DecoderStatistics& statistics);
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

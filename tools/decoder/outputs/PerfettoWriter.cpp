@@ -1,18 +1,19 @@
 #include "PerfettoWriter.h"
+#include "ExceptionNames.h"
+#include "JsonString.h"
 
 #include <cstdio>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 PerfettoWriter::PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts,
                                const symbols::SymbolTable* symbols, std::uint64_t maxEvents)
     : out_(out), timing_(timing), counterPorts_(std::move(counterPorts)), symbols_(symbols), maxEvents_(maxEvents) {
-  const bool microseconds = timing_.clockHz && *timing_.clockHz > 0;
+  const bool microseconds = timing_.hasClock();
   out_.append("{\"displayTimeUnit\":\"ns\",\"metadata\":{\"source\":\"vestrel-decode\",\"time_unit\":\"");
   out_.append(microseconds ? "microseconds" : "cycles");
   out_.append("\"},\"traceEvents\":[\n");
   out_.append("{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":1,\"tid\":0,\"args\":{\"name\":\"SWO trace\"}}");
-  first_ = false;
   trackName(kCpuTrack, "CPU: exception handlers");
   trackName(kPcTrack, "PC samples");
   trackName(kMarkerTrack, "overflows and lost sync");
@@ -27,8 +28,8 @@ void PerfettoWriter::trackName(int track, const std::string& name) {
 }
 
 void PerfettoWriter::time(std::uint64_t cycles) {
-  if (timing_.clockHz && *timing_.clockHz > 0) {
-    out_.appendFixed(static_cast<double>(cycles) * timing_.timestampPrescale / *timing_.clockHz * 1e6, 3);
+  if (timing_.hasClock()) {
+    out_.appendFixed(timing_.seconds(cycles) * 1e6, 3);
   } else {
     out_.appendDecimal(cycles);
   }
@@ -175,4 +176,4 @@ void PerfettoWriter::finish() {
   out_.append("\n]}\n");
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

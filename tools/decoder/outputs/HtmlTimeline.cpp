@@ -4,10 +4,11 @@
 #include <algorithm>
 #include <vector>
 
+#include "ExceptionNames.h"
 #include "HtmlParts.h"
 #include "HtmlReport.h"
 
-namespace vestrel::decode::html {
+namespace vestrel::decoder::html {
 
 namespace {
 
@@ -215,4 +216,4 @@ void timeline(OutputBuffer& out, const ReportData& data) {
   out.append("</section>\n");
 }
 
-}  // namespace vestrel::decode::html
+}  // namespace vestrel::decoder::html

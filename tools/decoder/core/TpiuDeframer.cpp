@@ -1,6 +1,6 @@
 #include "TpiuDeframer.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 constexpr std::uint32_t kFullSync = 0xFFFFFF7F;  // FF FF FF 7F, as bytes arrive
@@ -59,4 +59,4 @@ void TpiuDeframer::frame() {
   }
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

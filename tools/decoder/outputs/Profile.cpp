@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <map>
 
-#include "TraceText.h"
+#include "JsonString.h"
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 namespace {
 
@@ -190,4 +190,4 @@ void writeProfileJson(OutputBuffer& out, const ProfileReport& report) {
   out.append("]}\n");
 }
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

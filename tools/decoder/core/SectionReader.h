@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string>
 
-namespace vestrel::decode {
+namespace vestrel::decoder {
 
 class SectionReader {
  public:
@@ -57,4 +57,4 @@ class SectionReader {
   std::uint64_t remaining_ = 0;
 };
 
-}  // namespace vestrel::decode
+}  // namespace vestrel::decoder

@@ -1,0 +1,154 @@
+#include "TextWriter.h"
+
+#include "ExceptionNames.h"
+#include "TraceWords.h"
+
+namespace vestrel::decoder {
+
+namespace {
+
+// Terminal control characters (escape, bell, backspace...) in stimulus text
+// are shown as \xHH so that a target cannot drive the user's terminal; tabs
+// and every byte from 0x80 on (UTF-8) pass as they are.
+void appendPrintable(OutputBuffer& out, const std::string& text) {
+  for (char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte < 0x20 && c != '\t') || byte == 0x7F) {
+      out.append("\\x");
+      static const char kDigits[] = "0123456789ABCDEF";
+      out.append(kDigits[byte >> 4]);
+      out.append(kDigits[byte & 0x0F]);
+    } else {
+      out.append(c);
+    }
+  }
+}
+
+}  // namespace
+
+void TextWriter::where(std::uint64_t pc) {
+  if (symbols_ == nullptr) return;
+  const std::string description = symbols_->describe(static_cast<std::uint32_t>(pc));
+  if (description.empty()) return;
+  out_.append(' ');
+  out_.append(description);
+}
+
+void TextWriter::when(PacketTime time) {
+  out_.append('[');
+  out_.appendDecimal(time.cycles);
+  if (!time.exact) out_.append('+');
+  out_.append(']');
+  if (timing_.hasClock()) {
+    out_.append('[');
+    appendSeconds(out_, timing_, time.cycles);
+    out_.append(" s]");
+  }
+}
+
+void TextWriter::lineStart(PacketTime time) {
+  when(time);
+  out_.append(' ');
+}
+
+void TextWriter::textLine(const StimulusLines::Line& line) {
+  lineStart(line.time);
+  out_.append("port ");
+  out_.appendDecimal(line.port);
+  out_.append(": ");
+  appendPrintable(out_, line.text);
+  if (line.continues) out_.append(" [the line goes on]");
+  out_.append('\n');
+}
+
+void TextWriter::write(const Packet& p, PacketTime time) {
+  if (p.kind == PacketKind::Instrumentation) {
+    lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
+    return;
+  }
+  if (!hasALineOfItsOwn(p.kind)) return;
+  lineStart(time);
+  switch (p.kind) {
+    case PacketKind::Sync:
+      out_.append("sync");
+      break;
+    case PacketKind::Overflow:
+      out_.append("overflow: the target dropped trace packets");
+      break;
+    case PacketKind::GlobalTimestamp1:
+      out_.append("global timestamp (low) ");
+      out_.appendDecimal(p.value);
+      if (p.wrap) out_.append(" wrap");
+      if (p.clockChange) out_.append(" clock-change");
+      break;
+    case PacketKind::GlobalTimestamp2:
+      out_.append("global timestamp (high) ");
+      out_.appendDecimal(p.value);
+      break;
+    case PacketKind::ExceptionTrace:
+      out_.append("exception ");
+      out_.appendDecimal(p.exception);
+      out_.append(" (");
+      appendExceptionName(out_, p.exception);
+      out_.append(") ");
+      out_.append(exceptionFunctionName(p.function));
+      break;
+    case PacketKind::PcSample:
+      out_.append("pc sample ");
+      out_.appendHex(p.value, 8);
+      where(p.value);
+      break;
+    case PacketKind::PcSleep:
+      out_.append(p.sleepPayload == 0xFF ? "pc sample: sampling prohibited" : "pc sample: core asleep");
+      break;
+    case PacketKind::EventCounter:
+      out_.append("event counter wrap ");
+      out_.appendHex(p.counterWraps, 2);
+      break;
+    case PacketKind::DataTracePc:
+    case PacketKind::DataTraceAddress:
+    case PacketKind::DataTraceValue:
+    case PacketKind::DataTraceMatch:
+      out_.append("data trace comparator ");
+      out_.appendDecimal(p.comparator);
+      if (p.kind == PacketKind::DataTracePc) {
+        out_.append(" pc ");
+        out_.appendHex(p.value, 8);
+        where(p.value);
+      } else if (p.kind == PacketKind::DataTraceAddress) {
+        out_.append(" address ");
+        out_.appendHex(p.value, 4);
+      } else if (p.kind == PacketKind::DataTraceValue) {
+        out_.append(p.write ? " write " : " read ");
+        out_.appendHex(p.value, 2 * p.size);
+      } else {
+        out_.append(" match");
+      }
+      break;
+    case PacketKind::PmuOverflow:
+      out_.append("pmu overflow ");
+      out_.appendHex(p.value, 2);
+      break;
+    case PacketKind::Zeros:
+      out_.append("zeros: ");
+      out_.appendDecimal(p.value);
+      out_.append(" bytes at offset ");
+      out_.appendDecimal(p.offset);
+      break;
+    case PacketKind::Malformed:
+      out_.append("malformed: ");
+      out_.appendDecimal(p.value);
+      out_.append(p.value == 1 ? " byte at offset " : " bytes at offset ");
+      out_.appendDecimal(p.offset);
+      break;
+    default:
+      break;
+  }
+  out_.append('\n');
+}
+
+void TextWriter::flush() {
+  lines_.finish([this](const StimulusLines::Line& line) { textLine(line); });
+}
+
+}  // namespace vestrel::decoder

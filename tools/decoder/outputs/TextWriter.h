@@ -1,0 +1,37 @@
+// Turns dated packets into what a person reads: stimulus-port text joined
+// per port and ended at each newline, exceptions with their names, times in
+// cycles (and seconds, given the clock and timestamp prescale).
+#pragma once
+
+#include "ItmDecoder.h"
+#include "OutputBuffer.h"
+#include "PacketTimer.h"
+#include "StimulusLines.h"
+#include "SymbolTable.h"
+#include "Timing.h"
+
+namespace vestrel::decoder {
+
+class TextWriter {
+ public:
+  TextWriter(OutputBuffer& out, Timing timing) : out_(out), timing_(timing) {}
+
+  void write(const Packet& packet, PacketTime time);
+  // Writes stimulus text still waiting for its newline.
+  void flush();
+  // PC values are then also given as function+offset (file:line).
+  void setSymbols(const symbols::SymbolTable* symbols) { symbols_ = symbols; }
+
+ private:
+  void when(PacketTime time);
+  void where(std::uint64_t pc);
+  void lineStart(PacketTime time);
+  void textLine(const StimulusLines::Line& line);
+
+  OutputBuffer& out_;
+  Timing timing_;
+  StimulusLines lines_;
+  const symbols::SymbolTable* symbols_ = nullptr;
+};
+
+}  // namespace vestrel::decoder
