@@ -66,8 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   decoder.feed(data + 9, size - 9);
   decoder.finish();
   timer.release();
-  textWriter.flush();
-  jsonWriter.flush();
+  textWriter.finish({});
+  jsonWriter.finish({});
   perfettoWriter.finish();
   checkJsonLines(json.text());
   if (!nlohmann::json::accept(perfetto.text())) std::abort();

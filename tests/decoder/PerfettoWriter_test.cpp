@@ -2,6 +2,7 @@
 // every slice that begins ends on its track, a pre-empting handler's slice
 // lies inside the one it pre-empted, and times are microseconds of the clock.
 #include "PerfettoWriter.h"
+#include "DecodeChain.h"
 
 #include <gtest/gtest.h>
 
@@ -20,12 +21,9 @@ json timelineOf(const std::string& bytes, Timing timing = {}, std::set<std::uint
                 std::uint64_t maxEvents = PerfettoWriter::kMaxEvents) {
   OutputBuffer out;
   PerfettoWriter timeline(out, timing, counters, symbols, maxEvents);
-  PacketTimer timer([&](const Packet& p, PacketTime time) { timeline.write(p, time); });
-  ItmDecoder decoder([&](const Packet& p) { timer.add(p); });
-  decoder.feed(bytes);
-  decoder.finish();
-  timer.release();
-  timeline.finish();
+  DecodeChain chain({&timeline});
+  chain.feed(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  chain.finish();
   return json::parse(out.text());
 }
 

@@ -1,3 +1,4 @@
+#include "DecodeChain.h"
 #include "ExceptionNames.h"
 #include "JsonString.h"
 #include "JsonWriter.h"
@@ -20,22 +21,9 @@ std::string outputOf(const std::string& bytes, bool json, Timing timing = {}, bo
   OutputBuffer out;
   TextWriter text(out, timing);
   JsonWriter lines(out, timing, raw);
-  PacketTimer timer([&](const Packet& p, PacketTime time) {
-    if (json) {
-      lines.write(p, time);
-    } else {
-      text.write(p, time);
-    }
-  });
-  ItmDecoder decoder([&](const Packet& p) { timer.add(p); });
-  decoder.feed(bytes);
-  decoder.finish();
-  timer.release();
-  if (json) {
-    lines.flush();
-  } else {
-    text.flush();
-  }
+  DecodeChain chain({json ? static_cast<PacketSink*>(&lines) : &text});
+  chain.feed(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  chain.finish();
   return out.text();
 }
 

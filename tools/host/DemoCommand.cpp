@@ -15,14 +15,17 @@
 #include <vector>
 
 #include "Commands.h"
-#include "DecodePipeline.h"
+#include "DecodeChain.h"
 #include "ElfSymbols.h"
 #include "FirmwareLayout.h"
 #include "HostCore.h"
+#include "HtmlReport.h"
 #include "ItmDecoder.h"
 #include "LiveTrace.h"
 #include "OutputBuffer.h"
-#include "PacketTimer.h"
+#include "PacketSink.h"
+#include "PerfettoWriter.h"
+#include "Profile.h"
 #include "ProgramFolder.h"
 #include "SimulatedTarget.h"
 #include "Terminal.h"
@@ -78,46 +81,52 @@ symbols::SymbolTable firmwareSymbols(std::string& from) {
   return symbols::SymbolTable(std::move(functions), {}, {});
 }
 
-// The capture once more, for the pictures: a Perfetto timeline and the HTML
-// report beside the TDF file, and the profile printed. False when a file
-// could not be written.
-bool writePictures(const std::string& capture, const fs::path& dir, const symbols::SymbolTable& symbols,
-                   const std::string& symbolsFrom, const decoder::Timing& timing) {
-  const fs::path timelinePath = dir / "trace.perfetto.json";
-  const fs::path reportPath = dir / "report.html";
-  std::FILE* timeline = std::fopen(timelinePath.string().c_str(), "wb");
-  std::FILE* report = std::fopen(reportPath.string().c_str(), "wb");
-  decoder::DecodeOptions options;
-  options.quiet = true;
-  options.profile = true;
-  options.symbols = &symbols;
-  options.timing = timing;
-  options.perfetto = timeline;
-  options.html = report;
-  options.reportSource = "vestrel-host demo: " + (dir / "trace.bin").string();
-  std::size_t position = 0;
-  std::cout << "\nwhere the time goes (PC samples; names from " << symbolsFrom << "):\n";
-  std::cout.flush();
-  decoder::DecodeResult result;
-  if (timeline != nullptr && report != nullptr) {
-    result = decoder::decodeStream(
-        [&](void* buffer, std::size_t size) {
-          const std::size_t n = std::min(size, capture.size() - position);
-          std::memcpy(buffer, capture.data() + position, n);
-          position += n;
-          return static_cast<long>(n);
-        },
-        stdout, options);
+// Each stimulus port's text as sent, to compare with what the target sent.
+class PortText final : public decoder::PacketSink {
+ public:
+  void write(const decoder::Packet& p, decoder::PacketTime) override {
+    if (p.kind == decoder::PacketKind::Instrumentation) received[p.port] += static_cast<char>(p.value);
+  }
+  void finish(const decoder::DecoderStatistics&) override {}
+  std::map<std::uint32_t, std::string> received;
+};
+
+// The capture decoded once into everything the demo shows and writes: the
+// text, each port's text, the profile, and beside the TDF file a Perfetto
+// timeline and the HTML report.
+struct DemoDecoding {
+  decoder::OutputBuffer text;
+  decoder::OutputBuffer profile;
+  PortText ports;
+  decoder::DecoderStatistics statistics;
+  bool picturesWritten = false;
+};
+
+void decodeDemoCapture(DemoDecoding& result, const std::string& capture, const fs::path& dir,
+                       const symbols::SymbolTable& symbols, const decoder::Timing& timing) {
+  std::FILE* timelineFile = std::fopen((dir / "trace.perfetto.json").string().c_str(), "wb");
+  std::FILE* reportFile = std::fopen((dir / "report.html").string().c_str(), "wb");
+  bool written = false;
+  {
+    // The buffers are gone before their files are closed. A buffer whose
+    // file could not be opened keeps its text in memory.
+    decoder::OutputBuffer timeline(timelineFile);
+    decoder::OutputBuffer page(reportFile);
+    decoder::TextWriter text(result.text, timing);
+    text.setSymbols(&symbols);
+    decoder::ProfileWriter profile(result.profile, &symbols, false);
+    decoder::PerfettoWriter perfetto(timeline, timing, {}, &symbols);
+    decoder::HtmlReportWriter report(page, "vestrel-host demo: " + (dir / "trace.bin").string(), timing, &symbols);
+    decoder::DecodeChain chain({&text, &result.ports, &profile, &perfetto, &report});
+    chain.feed(reinterpret_cast<const std::uint8_t*>(capture.data()), capture.size());
+    chain.finish();
+    result.statistics = chain.statistics();
+    written = timelineFile != nullptr && reportFile != nullptr && timeline.flush() && page.flush();
   }
   // Both are closed, whatever the first one's close says.
-  const bool timelineClosed = timeline == nullptr || std::fclose(timeline) == 0;
-  const bool reportClosed = report == nullptr || std::fclose(report) == 0;
-  const bool closed = timelineClosed && reportClosed;
-  if (timeline == nullptr || report == nullptr || result.status != decoder::DecodeResult::Status::Done || !closed) {
-    std::cerr << "vestrel-host: could not write " << timelinePath.string() << " and " << reportPath.string() << "\n";
-    return false;
-  }
-  return true;
+  const bool timelineClosed = timelineFile == nullptr || std::fclose(timelineFile) == 0;
+  const bool reportClosed = reportFile == nullptr || std::fclose(reportFile) == 0;
+  result.picturesWritten = written && timelineClosed && reportClosed;
 }
 
 }  // namespace
@@ -222,34 +231,27 @@ int demo(const DemoSettings& settings) {
   }
 
   // Decode; the decoder counts the zero padding of the last sample apart.
-  decoder::OutputBuffer text;
   decoder::Timing timing;
   timing.clockHz = reading.clockHz;
   timing.timestampPrescale = reading.timestampPrescale;
-  decoder::TextWriter writer(text, timing);
+  DemoDecoding decoded;
+  decodeDemoCapture(decoded, capture, dir, symbols, timing);
 
-  writer.setSymbols(&symbols);
-  decoder::PacketTimer timer([&](const decoder::Packet& p, decoder::PacketTime time) { writer.write(p, time); });
-  std::map<std::uint32_t, std::string> received;
-  decoder::ItmDecoder decoder([&](const decoder::Packet& p) {
-    timer.add(p);
-    if (p.kind == decoder::PacketKind::Instrumentation) received[p.port] += static_cast<char>(p.value);
-  });
-  decoder.feed(capture);
-  decoder.finish();
-  timer.release();
-  writer.flush();
-
-  std::istringstream lines(text.text());
+  std::istringstream lines(decoded.text.text());
   std::cout << "\ndecoded trace (first " << excerptLines << " lines):\n";
   std::string lineText;
   for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
 
-  const bool pictures = writePictures(capture, dir, symbols, symbolsFrom, timing);
+  std::cout << "\nwhere the time goes (PC samples; names from " << symbolsFrom << "):\n" << decoded.profile.text();
+  if (!decoded.picturesWritten) {
+    std::cerr << "vestrel-host: could not write " << (dir / "trace.perfetto.json").string() << " and "
+              << (dir / "report.html").string() << "\n";
+  }
+  const bool pictures = decoded.picturesWritten;
 
   const auto figures = target.figures();
-  const auto& stats = decoder.statistics();
-  const bool textExact = received == target.program().textSent();
+  const auto& stats = decoded.statistics;
+  const bool textExact = decoded.ports.received == target.program().textSent();
   // The TDF file: the 8-byte identifier, then the BinTraceData section.
   std::ifstream tdfFile(dir / "trace.tdf", std::ios::binary);
   const std::string tdf((std::istreambuf_iterator<char>(tdfFile)), std::istreambuf_iterator<char>());

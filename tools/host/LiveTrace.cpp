@@ -4,10 +4,11 @@
 #include <cstdio>
 #include <iostream>
 
+#include "DecodeChain.h"
 #include "HostCore.h"
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
-#include "PacketTimer.h"
+#include "PacketSink.h"
 #include "TextWriter.h"
 #include "Timing.h"
 
@@ -76,10 +77,39 @@ void LiveConsole::endStatus() {
   std::fflush(stdout);
 }
 
+// What the live view shows: the stimulus ports asked for (all when none
+// were), overflows and malformed runs, and the other events only when asked
+// for; exceptions and PC samples are counted for the status line.
+class LiveTrace::Shown final : public decoder::PacketSink {
+ public:
+  Shown(const LiveSettings& settings, decoder::TextWriter& writer, LiveTrace& owner)
+      : ports_(settings.ports), events_(settings.events), writer_(writer), owner_(owner) {}
+  void write(const decoder::Packet& packet, decoder::PacketTime time) override {
+    using decoder::PacketKind;
+    if (packet.kind == PacketKind::ExceptionTrace) ++owner_.exceptions_;
+    if (packet.kind == PacketKind::PcSample || packet.kind == PacketKind::PcSleep) ++owner_.pcSamples_;
+    if (packet.kind == PacketKind::Instrumentation) {
+      if (!ports_.empty() && ports_.count(packet.port) == 0) return;
+    } else if (!events_ && packet.kind != PacketKind::Overflow && packet.kind != PacketKind::Malformed) {
+      // Exceptions, PC samples, DWT events and timestamps come at
+      // thousands a second: shown only when asked for.
+      return;
+    }
+    writer_.write(packet, time);
+  }
+  void finish(const decoder::DecoderStatistics& statistics) override { writer_.finish(statistics); }
+
+ private:
+  std::set<std::uint32_t> ports_;
+  bool events_;
+  decoder::TextWriter& writer_;
+  LiveTrace& owner_;
+};
+
 // The decoder of the live view, on the follower's thread.
 struct LiveTrace::Decoding {
   Decoding(const LiveSettings& settings, const capture_metadata::CaptureMetadata& reading, LiveTrace& owner)
-      : writer(text, timingOf(reading)), ports(settings.ports), events(settings.events), owner(owner) {}
+      : writer(text, timingOf(reading)), shown(settings, writer, owner) {}
   static decoder::Timing timingOf(const capture_metadata::CaptureMetadata& reading) {
     decoder::Timing timing;
     timing.clockHz = reading.clockHz;
@@ -88,23 +118,8 @@ struct LiveTrace::Decoding {
   }
   decoder::OutputBuffer text;
   decoder::TextWriter writer;
-  std::set<std::uint32_t> ports;
-  bool events;
-  LiveTrace& owner;
-  decoder::PacketTimer timer{[this](const decoder::Packet& packet, decoder::PacketTime time) {
-    using decoder::PacketKind;
-    if (packet.kind == PacketKind::ExceptionTrace) ++owner.exceptions_;
-    if (packet.kind == PacketKind::PcSample || packet.kind == PacketKind::PcSleep) ++owner.pcSamples_;
-    if (packet.kind == PacketKind::Instrumentation) {
-      if (!ports.empty() && ports.count(packet.port) == 0) return;
-    } else if (!events && packet.kind != PacketKind::Overflow && packet.kind != PacketKind::Malformed) {
-      // Exceptions, PC samples, DWT events and timestamps come at
-      // thousands a second: shown only when asked for.
-      return;
-    }
-    writer.write(packet, time);
-  }};
-  decoder::ItmDecoder decoder{[this](const decoder::Packet& packet) { timer.add(packet); }};
+  Shown shown;
+  decoder::DecodeChain chain{{&shown}};
 };
 
 LiveTrace::LiveTrace(const LiveSettings& settings, LiveConsole& console) : settings_(settings), console_(console) {
@@ -165,7 +180,7 @@ void LiveTrace::start(const std::string& capturePath, const capture_metadata::Ca
 void LiveTrace::take(const std::uint8_t* data, std::size_t size) {
   if (server_) server_->publish(data, size);
   if (decoding_) {
-    decoding_->decoder.feed(data, size);
+    decoding_->chain.feed(data, size);
     if (!decoding_->text.text().empty()) {
       const std::string& text = decoding_->text.text();
       lines_ += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
@@ -178,9 +193,7 @@ void LiveTrace::take(const std::uint8_t* data, std::size_t size) {
 void LiveTrace::finish() {
   follower_.reset();  // reads what is left
   if (decoding_) {
-    decoding_->decoder.finish();
-    decoding_->timer.release();
-    decoding_->writer.flush();
+    decoding_->chain.finish();
     if (!decoding_->text.text().empty()) console_.traceLines(decoding_->text.text());
     decoding_.reset();
   }

@@ -94,6 +94,7 @@ class LiveTrace {
   bool decodes() const { return settings_.decode; }
 
  private:
+  class Shown;
   struct Decoding;
   void take(const std::uint8_t* data, std::size_t size);
 

@@ -214,4 +214,10 @@ void writeHtmlReport(OutputBuffer& out, const ReportData& data) {
   out.append("</body>\n</html>\n");
 }
 
+void HtmlReportWriter::finish(const DecoderStatistics& statistics) {
+  const bool named = symbols_ != nullptr && !symbols_->empty();
+  collector_.finish(statistics, profile_.report(symbols_), named);
+  writeHtmlReport(page_, collector_.data());
+}
+
 }  // namespace vestrel::decoder

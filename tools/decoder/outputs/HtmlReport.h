@@ -6,12 +6,36 @@
 // exceptions, profile, profile-chart, ports, port-<n>.
 #pragma once
 
+#include <string>
+
 #include "OutputBuffer.h"
+#include "PacketSink.h"
+#include "Profile.h"
 #include "ReportCollector.h"
+#include "SymbolTable.h"
 
 namespace vestrel::decoder {
 
 void writeHtmlReport(OutputBuffer& out, const ReportData& data);
+
+// The report of the whole stream, written into page at its end.
+class HtmlReportWriter final : public PacketSink {
+ public:
+  // source heads the page; symbols (may be null) name the profile's rows.
+  HtmlReportWriter(OutputBuffer& page, std::string source, Timing timing, const symbols::SymbolTable* symbols)
+      : page_(page), collector_(std::move(source), timing), symbols_(symbols) {}
+  void write(const Packet& packet, PacketTime time) override {
+    collector_.write(packet, time);
+    profile_.add(packet);
+  }
+  void finish(const DecoderStatistics& statistics) override;
+
+ private:
+  OutputBuffer& page_;
+  ReportCollector collector_;
+  Profile profile_;
+  const symbols::SymbolTable* symbols_;
+};
 
 // Text made safe inside HTML elements and attribute values; control
 // characters shown as \xNN.

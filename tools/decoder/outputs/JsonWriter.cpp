@@ -122,7 +122,7 @@ void JsonWriter::where(std::uint64_t pc) {
   }
 }
 
-void JsonWriter::flush() {
+void JsonWriter::finish(const DecoderStatistics&) {
   lines_.finish([this](const StimulusLines::Line& line) { textLine(line); });
 }
 

@@ -160,7 +160,7 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
   }
 }
 
-void PerfettoWriter::finish() {
+void PerfettoWriter::finish(const DecoderStatistics&) {
   lines_.finish([this](const StimulusLines::Line& line) {
     const int track = kFirstPortTrack + static_cast<int>(line.port);
     if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));

@@ -17,6 +17,7 @@
 
 #include "HandlerStack.h"
 #include "OutputBuffer.h"
+#include "PacketSink.h"
 #include "PacketTimer.h"
 #include "StimulusLines.h"
 #include "SymbolTable.h"
@@ -24,7 +25,7 @@
 
 namespace vestrel::decoder {
 
-class PerfettoWriter {
+class PerfettoWriter final : public PacketSink {
  public:
   // symbols (may be null): PC samples are named by their function.
   // At most this many events are written (some 100 bytes each); the rest are
@@ -34,9 +35,9 @@ class PerfettoWriter {
   PerfettoWriter(OutputBuffer& out, Timing timing, std::set<std::uint32_t> counterPorts,
                  const symbols::SymbolTable* symbols = nullptr, std::uint64_t maxEvents = kMaxEvents);
 
-  void write(const Packet& packet, PacketTime time);
+  void write(const Packet& packet, PacketTime time) override;
   // Closes open slices and the document.
-  void finish();
+  void finish(const DecoderStatistics& statistics) override;
   // Events not written because the timeline was full.
   std::uint64_t leftOut() const { return leftOut_; }
 

@@ -190,4 +190,9 @@ void writeProfileJson(OutputBuffer& out, const ProfileReport& report) {
   out.append("]}\n");
 }
 
+void ProfileWriter::finish(const DecoderStatistics&) {
+  const ProfileReport table = profile_.report(symbols_);
+  json_ ? writeProfileJson(out_, table) : writeProfile(out_, table);
+}
+
 }  // namespace vestrel::decoder

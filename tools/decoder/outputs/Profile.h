@@ -12,6 +12,7 @@
 
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
+#include "PacketSink.h"
 #include "SymbolTable.h"
 
 namespace vestrel::decoder {
@@ -68,5 +69,20 @@ class Profile {
 void writeProfile(OutputBuffer& out, const ProfileReport& report, std::size_t maxRows = 20);
 // The same as one JSON object of kind "profile" (every row), ending in a newline.
 void writeProfileJson(OutputBuffer& out, const ProfileReport& report);
+
+// The profile of the whole stream, at its end: the table, or one JSON object.
+class ProfileWriter final : public PacketSink {
+ public:
+  ProfileWriter(OutputBuffer& out, const symbols::SymbolTable* symbols, bool json)
+      : out_(out), symbols_(symbols), json_(json) {}
+  void write(const Packet& packet, PacketTime) override { profile_.add(packet); }
+  void finish(const DecoderStatistics& statistics) override;
+
+ private:
+  OutputBuffer& out_;
+  const symbols::SymbolTable* symbols_;
+  bool json_;
+  Profile profile_;
+};
 
 }  // namespace vestrel::decoder

@@ -147,7 +147,7 @@ void TextWriter::write(const Packet& p, PacketTime time) {
   out_.append('\n');
 }
 
-void TextWriter::flush() {
+void TextWriter::finish(const DecoderStatistics&) {
   lines_.finish([this](const StimulusLines::Line& line) { textLine(line); });
 }
 

@@ -5,6 +5,7 @@
 
 #include "ItmDecoder.h"
 #include "OutputBuffer.h"
+#include "PacketSink.h"
 #include "PacketTimer.h"
 #include "StimulusLines.h"
 #include "SymbolTable.h"
@@ -12,13 +13,13 @@
 
 namespace vestrel::decoder {
 
-class TextWriter {
+class TextWriter final : public PacketSink {
  public:
   TextWriter(OutputBuffer& out, Timing timing) : out_(out), timing_(timing) {}
 
-  void write(const Packet& packet, PacketTime time);
+  void write(const Packet& packet, PacketTime time) override;
   // Writes stimulus text still waiting for its newline.
-  void flush();
+  void finish(const DecoderStatistics& statistics) override;
   // PC values are then also given as function+offset (file:line).
   void setSymbols(const symbols::SymbolTable* symbols) { symbols_ = symbols; }
 
