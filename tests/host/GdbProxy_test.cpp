@@ -90,40 +90,45 @@ TEST(GdbProxy, ServesSessionAfterSessionSavingEveryRunAndLeavesTheServerWell) {
   }
   ASSERT_NE(qemu(), "") << "run through scripts/with-qemu-target";
   std::uint32_t breakAt = 0;
+  std::uint32_t secondBreak = 0;
   for (const auto& function : vestrel::target_simulator::kFirmwareFunctions) {
     if (std::string(function.name) == "filter_sample") breakAt = function.address;
+    if (std::string(function.name) == "uart_send") secondBreak = function.address;
   }
   std::thread debugger;
   std::string said[3];
-  const Recording run =
-      runHost("gdb-proxy --listen 127.0.0.1:0 --gdb " + qemu() +
-                  " --port COM7 --clock 6000000 --prescaler 0 --sessions 2 --force",
-              "proxy-sessions", [&](const std::string& printed) {
-                std::smatch found;
-                if (!std::regex_search(printed, found, std::regex("target remote (127\\.0\\.0\\.1:[0-9]+)")))
-                  return false;
-                const std::string where = found[1];
-                debugger = std::thread([where, breakAt, &said] {
-                  const std::string gdb = "gdb-multiarch -nx -batch ";
-                  const std::string sessions[3] = {
-                      gdb + "-ex 'target remote " + where + "' -ex 'break *" + hex(breakAt) +
-                          "' -ex continue -ex continue -ex delete -ex detach",
-                      gdb + "-ex 'target remote " + where +
-                          "' -ex 'continue &' -ex 'shell sleep 2' -ex interrupt -ex 'shell sleep 1'",
-                      // QEMU itself, straight, once the proxy has let it go.
-                      gdb + "-ex 'target remote " + qemu() + "' -ex 'x/1wx 0' -ex detach"};
-                  for (int i = 0; i < 3; ++i) {
-                    if (i == 2) std::this_thread::sleep_for(std::chrono::seconds(1));
-                    const std::string out = "proxy-sessions-gdb" + std::to_string(i) + ".out";
-                    std::system((sessions[i] + " > " + out + " 2>&1").c_str());
-                    said[i] = readFile(out);
-                  }
-                });
-                return true;
-              });
+  const Recording run = runHost(
+      "gdb-proxy --listen 127.0.0.1:0 --gdb " + qemu() +
+          " --port COM7 --clock 6000000 --prescaler 0 --sessions 2 --force",
+      "proxy-sessions", [&](const std::string& printed) {
+        std::smatch found;
+        if (!std::regex_search(printed, found, std::regex("target remote (127\\.0\\.0\\.1:[0-9]+)"))) return false;
+        const std::string where = found[1];
+        debugger = std::thread([where, breakAt, secondBreak, &said] {
+          const std::string gdb = "gdb-multiarch -nx -batch ";
+          const std::string sessions[3] = {
+              // Two runs, each to a breakpoint of its own: a second continue from
+              // the same breakpoint would first step over it, and QEMU's step there
+              // now and then ends where it began (gdb then reports the breakpoint
+              // again without a run).
+              gdb + "-ex 'target remote " + where + "' -ex 'break *" + hex(breakAt) +
+                  "' -ex continue -ex delete -ex 'break *" + hex(secondBreak) + "' -ex continue -ex delete -ex detach",
+              gdb + "-ex 'target remote " + where +
+                  "' -ex 'continue &' -ex 'shell sleep 2' -ex interrupt -ex 'shell sleep 1'",
+              // QEMU itself, straight, once the proxy has let it go.
+              gdb + "-ex 'target remote " + qemu() + "' -ex 'x/1wx 0' -ex detach"};
+          for (int i = 0; i < 3; ++i) {
+            if (i == 2) std::this_thread::sleep_for(std::chrono::seconds(1));
+            const std::string out = "proxy-sessions-gdb" + std::to_string(i) + ".out";
+            std::system((sessions[i] + " > " + out + " 2>&1").c_str());
+            said[i] = readFile(out);
+          }
+        });
+        return true;
+      });
   if (debugger.joinable()) debugger.join();
   ASSERT_EQ(run.exitCode, 0) << run.printed << said[0] << said[1];
-  // The breakpoint's two runs, the second session's.
+  // The first session's two runs (to each breakpoint), the second session's.
   for (int n = 1; n <= 3; ++n) {
     const std::string name = "proxy-sessions-" + std::to_string(n) + ".bin";
     EXPECT_TRUE(fileExists(name)) << name << "\n" << run.printed;

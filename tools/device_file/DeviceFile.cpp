@@ -111,12 +111,9 @@ DeviceDescription readDeviceFile(const std::string& path) {
 }
 
 std::string scenarioLines(const DeviceDescription& device) {
-  char number[16];
-  std::snprintf(number, sizeof number, "0x%08X", static_cast<unsigned>(device.deviceId));
-  std::string lines = "device_id = " + std::string(number) + "\n";
+  std::string lines = "device_id = " + printable_text::hexWord(device.deviceId) + "\n";
   for (const DeviceRegister& r : device.registers) {
-    std::snprintf(number, sizeof number, "0x%08X", static_cast<unsigned>(r.address));
-    lines += "register " + r.module + " " + r.name + " = " + number + "\n";
+    lines += "register " + r.module + " " + r.name + " = " + printable_text::hexWord(r.address) + "\n";
   }
   return lines;
 }

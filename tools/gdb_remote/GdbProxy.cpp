@@ -4,7 +4,6 @@
 #include <cctype>
 #include <chrono>
 #include <cstdio>
-#include <thread>
 
 #include "GdbError.h"
 #include "RspFraming.h"
@@ -15,10 +14,51 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A connected socket read without blocking: what has arrived, now.
+// Runs the io_context until the one wait started has ended or the time is
+// up; a wait still pending then is cancelled (its handler runs, told so).
+template <typename Cancel>
+void runUntil(asio::io_context& io, const bool& done, std::chrono::milliseconds limit, Cancel cancel) {
+  io.restart();
+  io.run_one_for(limit);
+  if (!done) cancel();
+  io.restart();
+  io.run();
+}
+
+// Starts a wait, through the io_context, for the socket to have something
+// to read (bytes, its end or an error): a peek at one byte into peeked,
+// which leaves the byte where it is. A peek sees bytes that came before it
+// started too (a bare readiness wait can miss those).
+void startPeek(asio::ip::tcp::socket& socket, char& peeked, bool& ready) {
+  socket.async_receive(asio::buffer(&peeked, 1), asio::socket_base::message_peek,
+                       [&ready](const asio::error_code& error, std::size_t) {
+                         if (error != asio::error::operation_aborted) ready = true;
+                       });
+}
+
+// Waits until either socket has something to read, for at most limit.
+void waitForEither(asio::io_context& io, asio::ip::tcp::socket& a, asio::ip::tcp::socket& b,
+                   std::chrono::milliseconds limit) {
+  bool ready = false;
+  char peeked[2];
+  startPeek(a, peeked[0], ready);
+  startPeek(b, peeked[1], ready);
+  io.restart();
+  io.run_one_for(limit);
+  // One wait ended, or none; what is left is cancelled and its handler run.
+  asio::error_code ignored;
+  a.cancel(ignored);
+  b.cancel(ignored);
+  io.restart();
+  io.run();
+}
+
+// A connected socket read without blocking (what has arrived, now) and
+// waited on through the io_context, never polled.
 class Link {
  public:
-  explicit Link(asio::ip::tcp::socket& socket, std::string name) : socket_(socket), name_(std::move(name)) {
+  Link(asio::io_context& io, asio::ip::tcp::socket& socket, std::string name)
+      : io_(io), socket_(socket), name_(std::move(name)) {
     socket_.non_blocking(true);
   }
   // Bytes read now (0: none yet); throws GdbError when the other end closed.
@@ -29,12 +69,23 @@ class Link {
     if (error) throw GdbError(name_ + " disconnected");
     return got;
   }
+  // True when there is something to read within timeout.
+  bool waitReadable(std::chrono::milliseconds timeout) {
+    bool ready = false;
+    char peeked = 0;
+    startPeek(socket_, peeked, ready);
+    runUntil(io_, ready, timeout, [this] { cancel(); });
+    return ready;
+  }
+  // A peer that takes nothing for a packet's time-out is given up on.
   void writeAll(std::string_view bytes) {
     while (!bytes.empty()) {
       asio::error_code error;
       const std::size_t sent = socket_.write_some(asio::buffer(bytes.data(), bytes.size()), error);
       if (error == asio::error::would_block || error == asio::error::try_again) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (!waitWritable(GdbProxy::kPacketTimeout)) {
+          throw GdbError(name_ + " took nothing for " + std::to_string(GdbProxy::kPacketTimeout.count()) + " s");
+        }
         continue;
       }
       if (error) throw GdbError(name_ + " disconnected");
@@ -43,6 +94,22 @@ class Link {
   }
 
  private:
+  void cancel() {
+    asio::error_code ignored;
+    socket_.cancel(ignored);
+  }
+  // Writable within timeout (a wait for writing re-arms the socket's
+  // readiness, so none is missed).
+  bool waitWritable(std::chrono::milliseconds timeout) {
+    bool ready = false;
+    socket_.async_wait(asio::ip::tcp::socket::wait_write, [&ready](const asio::error_code& error) {
+      if (!error) ready = true;
+    });
+    runUntil(io_, ready, timeout, [this] { cancel(); });
+    return ready;
+  }
+
+  asio::io_context& io_;
   asio::ip::tcp::socket& socket_;
   std::string name_;
 };
@@ -53,12 +120,9 @@ class LinkTransport final : public ByteTransport {
   explicit LinkTransport(Link& link) : link_(link) {}
   void send(std::string_view bytes) override { link_.writeAll(bytes); }
   std::size_t receive(char* buffer, std::size_t size, std::chrono::milliseconds timeout) override {
-    const auto deadline = Clock::now() + timeout;
-    for (;;) {
-      const std::size_t got = link_.readNow(buffer, size);
-      if (got > 0 || Clock::now() >= deadline) return got;
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    const std::size_t got = link_.readNow(buffer, size);
+    if (got > 0 || !link_.waitReadable(timeout)) return got;
+    return link_.readNow(buffer, size);
   }
 
  private:
@@ -143,6 +207,32 @@ struct GdbProxy::Impl {
   std::unique_ptr<GdbRemoteClient> client;
 };
 
+namespace {
+
+// How long the proxy waits for input before it looks at keepGoing again.
+constexpr std::chrono::milliseconds kIdleWait{100};
+
+// Waits for a debugger to connect while keepGoing() says so.
+bool acceptDebugger(GdbProxy::Impl& impl, const std::function<bool()>& keepGoing) {
+  for (;;) {
+    bool accepted = false;
+    asio::error_code failure;
+    impl.acceptor.async_accept(impl.debugger, [&](const asio::error_code& error) {
+      if (!error) accepted = true;
+      if (error && error != asio::error::operation_aborted) failure = error;
+    });
+    runUntil(impl.io, accepted, kIdleWait, [&] {
+      asio::error_code ignored;
+      impl.acceptor.cancel(ignored);
+    });
+    if (accepted) return true;
+    if (failure) throw GdbError("waiting for the debugger failed: " + failure.message());
+    if (!keepGoing()) return false;
+  }
+}
+
+}  // namespace
+
 GdbProxy::GdbProxy(const std::string& listenHost, unsigned short listenPort, std::string serverHost,
                    unsigned short serverPort)
     : impl_(std::make_unique<Impl>()) {
@@ -187,17 +277,7 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
   running_ = false;
   // The debugger first; then the server, so that the session is the
   // debugger's from its first packet.
-  impl_->acceptor.non_blocking(true);
-  for (;;) {
-    asio::error_code error;
-    impl_->acceptor.accept(impl_->debugger, error);
-    if (!error) break;
-    if (error != asio::error::would_block && error != asio::error::try_again) {
-      throw GdbError("waiting for the debugger failed: " + error.message());
-    }
-    if (!keepGoing()) return "stopped before a debugger connected";
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  if (!acceptDebugger(*impl_, keepGoing)) return "stopped before a debugger connected";
   asio::error_code error;
   asio::ip::tcp::resolver resolver(impl_->io);
   const auto found = resolver.resolve(impl_->serverHost, std::to_string(impl_->serverPort), error);
@@ -206,8 +286,8 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
   if (error) throw GdbError("cannot connect to the GDB server at " + serverName + ": " + error.message());
   impl_->serverSocket.set_option(asio::ip::tcp::no_delay(true), error);
 
-  Link debugger(impl_->debugger, "the debugger");
-  impl_->serverLink = std::make_unique<Link>(impl_->serverSocket, "the GDB server at " + serverName);
+  Link debugger(impl_->io, impl_->debugger, "the debugger");
+  impl_->serverLink = std::make_unique<Link>(impl_->io, impl_->serverSocket, "the GDB server at " + serverName);
   Link& server = *impl_->serverLink;
   impl_->client = std::make_unique<GdbRemoteClient>(std::make_unique<LinkTransport>(server), std::chrono::seconds(10),
                                                     GdbRemoteClient::JoinSession{false});
@@ -271,7 +351,9 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
         throw GdbError("the GDB server at " + serverName + " began a packet and did not end it within " +
                        std::to_string(kPacketTimeout.count()) + " s");
       }
-      if (idle) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      // Nothing came: wait for either side (a while at most, to see
+      // keepGoing and stalled packets).
+      if (idle) waitForEither(impl_->io, impl_->debugger, impl_->serverSocket, kIdleWait);
     }
     return "stopped";
   } catch (const GdbError& error) {

@@ -50,8 +50,9 @@ class GdbProxy {
   // at most what the proxy takes (kMaxPacketPayload), added when missing.
   static std::string advertisedFeatures(const std::string& serverFeatures);
 
- private:
   struct Impl;
+
+ private:
   std::unique_ptr<Impl> impl_;
   bool running_ = false;
 };

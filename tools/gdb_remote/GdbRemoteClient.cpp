@@ -27,11 +27,7 @@ std::string hex32(std::uint32_t value) {
   return text;
 }
 
-std::string address(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(value));
-  return text;
-}
+std::string address(std::uint32_t value) { return printable_text::hexWord(value); }
 
 bool isError(const std::string& reply) {
   return reply.size() >= 3 && reply[0] == 'E' && std::isxdigit(static_cast<unsigned char>(reply[1])) &&

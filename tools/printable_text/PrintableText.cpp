@@ -25,4 +25,11 @@ std::string printable(std::string_view text) {
   return out;
 }
 
+std::string hexWord(std::uint32_t value) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string text = "0x00000000";
+  for (int digit = 9; digit >= 2; --digit, value >>= 4) text[static_cast<std::size_t>(digit)] = kDigits[value & 0x0F];
+  return text;
+}
+
 }  // namespace vestrel::printable_text

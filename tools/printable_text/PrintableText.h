@@ -5,6 +5,7 @@
 // pass as they are.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -13,5 +14,8 @@ namespace vestrel::printable_text {
 bool needsEscape(unsigned char byte);
 void appendPrintable(std::string& out, std::string_view text);
 std::string printable(std::string_view text);
+
+// A 32-bit address or word as people read them in a debugger: "0x2000001C".
+std::string hexWord(std::uint32_t value);
 
 }  // namespace vestrel::printable_text

@@ -1,4 +1,5 @@
 #include "TraceBlockProgrammer.h"
+#include "PrintableText.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -9,11 +10,7 @@ namespace vestrel::trace_blocks {
 
 namespace {
 
-std::string hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(value));
-  return text;
-}
+std::string hex(std::uint32_t value) { return printable_text::hexWord(value); }
 
 std::uint32_t prescaleCode(std::uint32_t prescale) {
   switch (prescale) {

@@ -1,4 +1,5 @@
 #include "Profile.h"
+#include "PrintableText.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -10,11 +11,7 @@ namespace vestrel::decoder {
 
 namespace {
 
-std::string hexAddress(std::uint32_t address) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(address));
-  return text;
-}
+std::string hexAddress(std::uint32_t address) { return printable_text::hexWord(address); }
 
 void appendPercent(OutputBuffer& out, double percent, const char* format) {
   char text[32];

@@ -1,6 +1,7 @@
 #include "TextWriter.h"
 
 #include "ExceptionNames.h"
+#include "PrintableText.h"
 #include "TraceWords.h"
 
 namespace vestrel::decoder {
@@ -13,7 +14,7 @@ namespace {
 void appendPrintable(OutputBuffer& out, const std::string& text) {
   for (char c : text) {
     const auto byte = static_cast<unsigned char>(c);
-    if ((byte < 0x20 && c != '\t') || byte == 0x7F) {
+    if (printable_text::needsEscape(byte)) {
       out.append("\\x");
       static const char kDigits[] = "0123456789ABCDEF";
       out.append(kDigits[byte >> 4]);
