@@ -154,26 +154,9 @@ void ItmDecoder::startContinued(PacketKind kind, std::uint8_t header, std::uint8
   state_ = State::Continuation;
 }
 
-// Header bytes as the ARMv7-M Architecture Reference Manual (DDI 0403E,
-// appendix D4) draws them, bit 7 on the left; ARMv8-M adds the data trace
-// match and PMU overflow source packets and the sleep payload.
-void ItmDecoder::header(std::uint8_t byte) {
-  // D4.2.1 Synchronization: at least 47 zero bits, then a one.
-  if (byte == 0b0000'0000) {
-    zeros_ = 1;
-    zerosOffset_ = offset_;
-    state_ = State::Zeros;
-    return;
-  }
-  // D4.2.3 Overflow: 0b0111'0000.
-  if (byte == 0b0111'0000) {
-    Packet overflow;
-    overflow.kind = PacketKind::Overflow;
-    overflow.header = byte;
-    overflow.offset = offset_;
-    emit(overflow);
-    return;
-  }
+// D4.2.4 local and D4.2.5 global timestamp headers: low nibble 0b0000 or
+// 0b0100.
+void ItmDecoder::timestampHeader(std::uint8_t byte) {
   if ((byte & 0b0000'1111) == 0b0000'0000) {
     // D4.2.4 Local timestamp format 2, 0b0TTT'0000: the value (1 to 6) sits in
     // the header.
@@ -194,16 +177,39 @@ void ItmDecoder::header(std::uint8_t byte) {
     malformed(byte, offset_);  // 0b10xx'0000 is reserved
     return;
   }
-  if ((byte & 0b0000'1111) == 0b0000'0100) {
-    // D4.2.5 Global timestamps: GTS1 0b1001'0100 (up to 4 bytes), GTS2
-    // 0b1011'0100 (up to 6 bytes).
-    if (byte == 0b1001'0100) {
-      startContinued(PacketKind::GlobalTimestamp1, byte, 4);
-    } else if (byte == 0b1011'0100) {
-      startContinued(PacketKind::GlobalTimestamp2, byte, 6);
-    } else {
-      malformed(byte, offset_);
-    }
+  // D4.2.5 Global timestamps (low nibble 0b0100): GTS1 0b1001'0100 (up to 4
+  // bytes), GTS2 0b1011'0100 (up to 6 bytes).
+  if (byte == 0b1001'0100) {
+    startContinued(PacketKind::GlobalTimestamp1, byte, 4);
+  } else if (byte == 0b1011'0100) {
+    startContinued(PacketKind::GlobalTimestamp2, byte, 6);
+  } else {
+    malformed(byte, offset_);
+  }
+}
+
+// Header bytes as the ARMv7-M Architecture Reference Manual (DDI 0403E,
+// appendix D4) draws them, bit 7 on the left; ARMv8-M adds the data trace
+// match and PMU overflow source packets and the sleep payload.
+void ItmDecoder::header(std::uint8_t byte) {
+  // D4.2.1 Synchronization: at least 47 zero bits, then a one.
+  if (byte == 0b0000'0000) {
+    zeros_ = 1;
+    zerosOffset_ = offset_;
+    state_ = State::Zeros;
+    return;
+  }
+  // D4.2.3 Overflow: 0b0111'0000.
+  if (byte == 0b0111'0000) {
+    Packet overflow;
+    overflow.kind = PacketKind::Overflow;
+    overflow.header = byte;
+    overflow.offset = offset_;
+    emit(overflow);
+    return;
+  }
+  if ((byte & 0b0000'1011) == 0b0000'0000) {
+    timestampHeader(byte);  // low nibble 0b0000 or 0b0100
     return;
   }
   // D4.2.6 Extension, 0bCEEE'1S00: SH (S) 0 is the ITM's stimulus port page.

@@ -93,6 +93,7 @@ class ItmDecoder {
   enum class State { Header, Payload, Continuation, Zeros };
 
   void header(std::uint8_t byte);
+  void timestampHeader(std::uint8_t byte);
   // A source packet's payload to wait for; its kind is known at the end.
   void startFixed(std::uint8_t header, std::uint8_t size);
   void startContinued(PacketKind kind, std::uint8_t header, std::uint8_t maximum);

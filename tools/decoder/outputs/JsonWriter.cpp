@@ -29,20 +29,8 @@ void JsonWriter::textLine(const StimulusLines::Line& line) {
   out_.append("}\n");
 }
 
-void JsonWriter::write(const Packet& p, PacketTime when) {
-  if (!raw_) {
-    if (p.kind == PacketKind::Instrumentation) {
-      lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
-      return;
-    }
-    if (!hasALineOfItsOwn(p.kind)) return;
-  }
-  out_.append("{\"kind\":\"");
-  out_.append(kindName(p.kind));
-  out_.append("\",\"offset\":");
-  out_.appendDecimal(p.offset);
-  out_.append(",\"header\":");
-  out_.appendDecimal(p.header);
+// What a packet's object says besides its kind, offset, header and time.
+void JsonWriter::fields(const Packet& p) {
   switch (p.kind) {
     case PacketKind::Instrumentation:
       out_.append(",\"port\":");
@@ -99,6 +87,23 @@ void JsonWriter::write(const Packet& p, PacketTime when) {
       out_.appendDecimal(p.value);
       break;
   }
+}
+
+void JsonWriter::write(const Packet& p, PacketTime when) {
+  if (!raw_) {
+    if (p.kind == PacketKind::Instrumentation) {
+      lines_.add(p, when, [this](const StimulusLines::Line& line) { textLine(line); });
+      return;
+    }
+    if (!hasALineOfItsOwn(p.kind)) return;
+  }
+  out_.append("{\"kind\":\"");
+  out_.append(kindName(p.kind));
+  out_.append("\",\"offset\":");
+  out_.appendDecimal(p.offset);
+  out_.append(",\"header\":");
+  out_.appendDecimal(p.header);
+  fields(p);
   time(when);
   out_.append("}\n");
   if (p.kind == PacketKind::Instrumentation) {

@@ -27,6 +27,7 @@ class JsonWriter final : public PacketSink {
   void time(PacketTime time);
   void where(std::uint64_t pc);
   void textLine(const StimulusLines::Line& line);
+  void fields(const Packet& p);
 
   OutputBuffer& out_;
   Timing timing_;

@@ -62,6 +62,37 @@ void TextWriter::textLine(const StimulusLines::Line& line) {
   out_.append('\n');
 }
 
+void TextWriter::dataTrace(const Packet& p) {
+  out_.append("data trace comparator ");
+  out_.appendDecimal(p.comparator);
+  if (p.kind == PacketKind::DataTracePc) {
+    out_.append(" pc ");
+    out_.appendHex(p.value, 8);
+    where(p.value);
+  } else if (p.kind == PacketKind::DataTraceAddress) {
+    out_.append(" address ");
+    out_.appendHex(p.value, 4);
+  } else if (p.kind == PacketKind::DataTraceValue) {
+    out_.append(p.write ? " write " : " read ");
+    out_.appendHex(p.value, 2 * p.size);
+  } else {
+    out_.append(" match");
+  }
+}
+
+void TextWriter::garbage(const Packet& p) {
+  if (p.kind == PacketKind::Zeros) {
+    out_.append("zeros: ");
+    out_.appendDecimal(p.value);
+    out_.append(" bytes at offset ");
+  } else {
+    out_.append("malformed: ");
+    out_.appendDecimal(p.value);
+    out_.append(p.value == 1 ? " byte at offset " : " bytes at offset ");
+  }
+  out_.appendDecimal(p.offset);
+}
+
 void TextWriter::write(const Packet& p, PacketTime time) {
   if (p.kind == PacketKind::Instrumentation) {
     lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
@@ -110,37 +141,15 @@ void TextWriter::write(const Packet& p, PacketTime time) {
     case PacketKind::DataTraceAddress:
     case PacketKind::DataTraceValue:
     case PacketKind::DataTraceMatch:
-      out_.append("data trace comparator ");
-      out_.appendDecimal(p.comparator);
-      if (p.kind == PacketKind::DataTracePc) {
-        out_.append(" pc ");
-        out_.appendHex(p.value, 8);
-        where(p.value);
-      } else if (p.kind == PacketKind::DataTraceAddress) {
-        out_.append(" address ");
-        out_.appendHex(p.value, 4);
-      } else if (p.kind == PacketKind::DataTraceValue) {
-        out_.append(p.write ? " write " : " read ");
-        out_.appendHex(p.value, 2 * p.size);
-      } else {
-        out_.append(" match");
-      }
+      dataTrace(p);
       break;
     case PacketKind::PmuOverflow:
       out_.append("pmu overflow ");
       out_.appendHex(p.value, 2);
       break;
     case PacketKind::Zeros:
-      out_.append("zeros: ");
-      out_.appendDecimal(p.value);
-      out_.append(" bytes at offset ");
-      out_.appendDecimal(p.offset);
-      break;
     case PacketKind::Malformed:
-      out_.append("malformed: ");
-      out_.appendDecimal(p.value);
-      out_.append(p.value == 1 ? " byte at offset " : " bytes at offset ");
-      out_.appendDecimal(p.offset);
+      garbage(p);
       break;
     default:
       break;

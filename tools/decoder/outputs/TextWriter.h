@@ -28,6 +28,8 @@ class TextWriter final : public PacketSink {
   void where(std::uint64_t pc);
   void lineStart(PacketTime time);
   void textLine(const StimulusLines::Line& line);
+  void dataTrace(const Packet& p);
+  void garbage(const Packet& p);
 
   OutputBuffer& out_;
   Timing timing_;
