@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   timer.release();
   textWriter.finish({});
   jsonWriter.finish({});
-  perfettoWriter.finish();
+  perfettoWriter.finish({});
   checkJsonLines(json.text());
   if (!nlohmann::json::accept(perfetto.text())) std::abort();
   return 0;
