@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -57,6 +58,55 @@ std::vector<std::uint8_t> makeStream(std::size_t size) {
       const std::uint32_t pc = 0x08000000u + (generator() & 0x3FFFEu);
       out.insert(out.end(), {0x17, static_cast<std::uint8_t>(pc), static_cast<std::uint8_t>(pc >> 8),
                              static_cast<std::uint8_t>(pc >> 16), static_cast<std::uint8_t>(pc >> 24), 0x30});
+    }
+  }
+  return out;
+}
+
+// A second kind of stream, by packet count: about half console text on
+// port 0 in 4-, 2- and 1-byte writes, a quarter binary counters on ports 1-3
+// with payloads of random size, 15 % local timestamps (format 1 with 1-4
+// bytes of value, and format 2), a few exceptions and PC samples, and a
+// synchronisation packet every ~1000 packets.
+std::vector<std::uint8_t> makeMixedStream(std::size_t size) {
+  static const char kText[] = "sensor 3: 21.5 C, 1013 hPa, battery 87 %\nstate RUNNING queue 3/16\n";
+  std::mt19937 generator(23);
+  std::vector<std::uint8_t> out;
+  out.reserve(size + 64);
+  std::size_t textAt = 0;
+  auto stimulus = [&](std::uint32_t port, std::size_t bytes, auto nextByte) {
+    const std::uint8_t sizeBits = bytes == 4 ? 3 : (bytes == 2 ? 2 : 1);
+    out.push_back(static_cast<std::uint8_t>(port << 3 | sizeBits));
+    for (std::size_t k = 0; k < bytes; ++k) out.push_back(nextByte());
+  };
+  for (std::uint32_t packet = 0; out.size() < size; ++packet) {
+    if (packet % 1000 == 999) {
+      out.insert(out.end(), {0x00, 0x00, 0x00, 0x00, 0x00, 0x80});
+      continue;
+    }
+    const std::uint32_t pick = generator() % 100;
+    if (pick < 50) {
+      stimulus(0, std::size_t{1} << (generator() % 3),
+               [&] { return static_cast<std::uint8_t>(kText[textAt++ % (sizeof kText - 1)]); });
+    } else if (pick < 75) {
+      stimulus(1 + generator() % 3, std::size_t{1} << (generator() % 3),
+               [&] { return static_cast<std::uint8_t>(generator()); });
+    } else if (pick < 90) {
+      if (generator() % 4 == 0) {
+        out.push_back(static_cast<std::uint8_t>((1 + generator() % 6) << 4));  // format 2: 1-6 cycles
+      } else {
+        const std::size_t bytes = 1 + generator() % 4;
+        out.push_back(static_cast<std::uint8_t>(0xC0 | (generator() % 4) << 4));
+        for (std::size_t k = 0; k < bytes; ++k)
+          out.push_back(static_cast<std::uint8_t>((generator() & 0x7F) | (k + 1 < bytes ? 0x80 : 0)));
+      }
+    } else if (pick < 95) {
+      const std::uint8_t number = static_cast<std::uint8_t>(11 + generator() % 40);
+      out.insert(out.end(), {0x0E, number, 0x10, 0x0E, number, 0x20});
+    } else {
+      const std::uint32_t pc = 0x08000000u + (generator() & 0x3FFFEu);
+      out.insert(out.end(), {0x17, static_cast<std::uint8_t>(pc), static_cast<std::uint8_t>(pc >> 8),
+                             static_cast<std::uint8_t>(pc >> 16), static_cast<std::uint8_t>(pc >> 24)});
     }
   }
   return out;
@@ -127,6 +177,64 @@ double median(Measure measure) {
   return b;
 }
 
+// orbuculum's orbcat decoding the same file with nothing printed, when
+// ORBCAT names its binary: the field's reference, timed from outside.
+double orbcatRate(const std::string& orbcat, const std::string& path, std::size_t bytes) {
+  const std::string command = "'" + orbcat + "' -p ITM -E -f " + path + " > " + kNullDevice;
+  const auto start = Clock::now();
+  if (std::system(command.c_str()) != 0) return 0;
+  return megabytesPerSecond(bytes, Clock::now() - start);
+}
+
+DecodeOptions textOptions() { return {}; }
+
+DecodeOptions jsonOptions() {
+  DecodeOptions json;
+  json.json = true;
+  return json;
+}
+
+DecodeOptions statisticsOptions() {
+  DecodeOptions statistics;
+  statistics.statistics = true;
+  statistics.quiet = true;
+  return statistics;
+}
+
+// The second stream, against orbcat on the same file when it is given.
+bool measureMixed(std::size_t megabytes, double baseline) {
+  const std::string path = "decode_bench_mixed.swo";
+  const std::vector<std::uint8_t> mixed = makeMixedStream(megabytes * 1000000);
+  write(path, mixed);
+  const double text = median([&] { return decodeRate(path, mixed.size(), textOptions()).rate; });
+  const double json = median([&] { return decodeRate(path, mixed.size(), jsonOptions()).rate; });
+  Run counted{};
+  const double statistics =
+      median([&] { return (counted = decodeRate(path, mixed.size(), statisticsOptions())).rate; });
+  const char* orbcat = std::getenv("ORBCAT");
+  const double reference = orbcat ? median([&] { return orbcatRate(orbcat, path, mixed.size()); }) : 0;
+  std::remove(path.c_str());
+
+  std::printf("mixed stream (%zu MB: port 0 text, counters on ports 1-3, 15 %% timestamps, sync every ~1000)\n",
+              megabytes);
+  auto row = [&](const char* name, double rate, double times) {
+    std::printf("  %-34s %9.1f MB/s   ratio %.3f", name, rate, rate / baseline);
+    if (reference > 0)
+      std::printf("   %.2fx orbcat (target %.1fx): %s", rate / reference, times,
+                  rate >= times * reference ? "met" : "NOT met");
+    std::printf("\n");
+  };
+  row("text output", text, 2);
+  row("JSON Lines", json, 1.5);
+  row("statistics only (--stats --quiet)", statistics, 8);
+  if (reference > 0)
+    std::printf("  %-34s %9.1f MB/s   (orbcat -p ITM -E -f FILE, nothing printed)\n", "orbcat, decode only", reference);
+  else
+    std::printf("  (ORBCAT=path/to/orbcat runs orbuculum's decoder on the same file beside these)\n");
+  std::printf("  (%llu malformed bytes)\n", static_cast<unsigned long long>(counted.result.statistics.malformedBytes));
+  return counted.result.statistics.malformedBytes == 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -140,12 +248,9 @@ int main(int argc, char** argv) {
   for (auto& byte : noise) byte = static_cast<std::uint8_t>(generator());
   write(randomPath, noise);
 
-  DecodeOptions text;
-  DecodeOptions json;
-  json.json = true;
-  DecodeOptions statistics;
-  statistics.statistics = true;
-  statistics.quiet = true;
+  const DecodeOptions text = textOptions();
+  const DecodeOptions json = jsonOptions();
+  const DecodeOptions statistics = statisticsOptions();
 
   // A firmware of 4096 functions of 64 bytes over those 256 KiB, a line
   // row every 4 bytes.
@@ -215,5 +320,6 @@ int main(int argc, char** argv) {
   std::printf("  (%llu packets, %llu malformed bytes in the stream; %llu malformed runs in the random bytes)\n",
               static_cast<unsigned long long>(packets), static_cast<unsigned long long>(counted.malformedBytes),
               static_cast<unsigned long long>(randomRun.result.statistics.count(PacketKind::Malformed)));
-  return counted.malformedBytes == 0 ? 0 : 1;
+  const bool mixedClean = measureMixed(megabytes, baseline);
+  return counted.malformedBytes == 0 && mixedClean ? 0 : 1;
 }

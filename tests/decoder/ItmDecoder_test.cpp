@@ -197,6 +197,12 @@ TEST(ItmDecoder, DataTraceForEachComparator) {
 TEST(ItmDecoder, ArmV8Additions) {
   const Packet match = only({0x45, 0x01});
   EXPECT_EQ(match.kind, PacketKind::DataTraceMatch);
+  EXPECT_EQ(only({0x55, 0x01}).comparator, 1u);
+  // A match packet's payload has bit 0 set; without it the packet is none
+  // the architecture defines: its two bytes are malformed.
+  const Packet notAMatch = only({0x45, 0x00});
+  EXPECT_EQ(notAMatch.kind, PacketKind::Malformed);
+  EXPECT_EQ(notAMatch.value, 2u);
   EXPECT_EQ(only({0x1D, 0x03}).kind, PacketKind::PmuOverflow);
 }
 

@@ -2,8 +2,6 @@
 
 namespace vestrel::printable_text {
 
-bool needsEscape(unsigned char byte) { return (byte < 0x20 && byte != '\t') || byte == 0x7F; }
-
 void appendPrintable(std::string& out, std::string_view text) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   for (const char c : text) {

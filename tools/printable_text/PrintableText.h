@@ -11,7 +11,7 @@
 
 namespace vestrel::printable_text {
 
-bool needsEscape(unsigned char byte);
+constexpr bool needsEscape(unsigned char byte) { return (byte < 0x20 && byte != '\t') || byte == 0x7F; }
 void appendPrintable(std::string& out, std::string_view text);
 std::string printable(std::string_view text);
 

@@ -1,5 +1,6 @@
 #include "ItmDecoder.h"
 
+#include <array>
 #include <ostream>
 
 namespace vestrel::decoder {
@@ -51,7 +52,28 @@ const char* kindName(PacketKind kind) {
 void PrintTo(PacketKind kind, std::ostream* os) { *os << kindName(kind); }
 
 namespace {
+
 constexpr std::uint8_t kSizes[4] = {0, 1, 2, 4};  // source packet SS -> payload bytes
+
+// A source packet's payload, least significant byte first.
+std::uint64_t payloadValue(const std::uint8_t* bytes, std::uint8_t size) {
+  switch (size) {
+    case 1:
+      return bytes[0];
+    case 2:
+      return static_cast<std::uint64_t>(bytes[0]) | static_cast<std::uint64_t>(bytes[1]) << 8;
+    default:
+      return static_cast<std::uint64_t>(bytes[0]) | static_cast<std::uint64_t>(bytes[1]) << 8 |
+             static_cast<std::uint64_t>(bytes[2]) << 16 | static_cast<std::uint64_t>(bytes[3]) << 24;
+  }
+}
+
+}  // namespace
+
+inline void ItmDecoder::emit(Packet& packet) {
+  if (malformedRun_.value != 0) endMalformedRun();
+  ++statistics_.packets[static_cast<int>(packet.kind)];
+  if (sink_) sink_(packet);
 }
 
 void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
@@ -63,9 +85,7 @@ void ItmDecoder::feed(const std::uint8_t* data, std::size_t size) {
     if (state_ == State::Header && (byte & 0b0000'0011) != 0) {
       const std::uint8_t payload = kSizes[byte & 0b11];
       if (i + payload < size) {
-        std::uint64_t value = 0;
-        for (std::uint8_t b = 0; b < payload; ++b) value |= static_cast<std::uint64_t>(data[i + 1 + b]) << (8 * b);
-        completeSource(byte, offset_, payload, value);
+        completeSource(byte, offset_, payload, payloadValue(data + i + 1, payload));
         i += payload;
         offset_ += payload;
         continue;
@@ -237,74 +257,106 @@ void ItmDecoder::header(std::uint8_t byte) {
 }
 
 void ItmDecoder::completeFixed() {
-  std::uint64_t value = 0;
-  for (std::uint8_t i = 0; i < received_; ++i) value |= static_cast<std::uint64_t>(raw_[i]) << (8 * i);
   state_ = State::Header;
-  completeSource(pending_.header, pending_.offset, pending_.size, value);
+  completeSource(pending_.header, pending_.offset, pending_.size, payloadValue(raw_, received_));
 }
 
-void ItmDecoder::completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value) {
-  Packet packet;
-  packet.header = header;
-  packet.offset = offset;
-  packet.size = size;
-  packet.value = value;
-  const std::uint32_t address = header >> 3;  // A: the port, or the discriminator
-
-  if ((header & 0b0000'0100) == 0) {
-    packet.kind = PacketKind::Instrumentation;
-    packet.port = page_ * 32 + address;
-    emit(packet);
-    return;
-  }
-  packet.kind = hardwareSource(packet, address);
-  if (packet.kind == PacketKind::Malformed) {
-    // The header was read; its payload was read with it, so decoding goes
-    // on right after the packet.
-    malformed(header, offset, 1u + size);
-    return;
-  }
-  emit(packet);
-}
-
-// The hardware source packets by discriminator (D4.3, DWT use of them);
-// Malformed for a discriminator or size the architecture does not define.
-PacketKind ItmDecoder::hardwareSource(Packet& packet, std::uint32_t discriminator) {
-  const std::uint8_t size = packet.size;
-  const std::uint64_t value = packet.value;
-  if (discriminator == 0 && size == 1) {
-    // D4.3.1 Event counter wrap: one bit per counter.
-    packet.counterWraps = static_cast<std::uint8_t>(value);
-    return PacketKind::EventCounter;
-  }
-  if (discriminator == 1 && size == 2) {
-    // D4.3.2 Exception trace: exception number in bits 8:0, function in 13:12.
-    packet.exception = static_cast<std::uint16_t>(value & 0b1'1111'1111);
-    packet.function = static_cast<ExceptionFunction>((value >> 12) & 0b11);
-    return PacketKind::ExceptionTrace;
-  }
-  if (discriminator == 2 && size == 4) return PacketKind::PcSample;  // D4.3.3 periodic PC sample
-  if (discriminator == 2 && size == 1) {
-    // D4.3.3 periodic PC sleep: the core was asleep (ARMv8-M: or sampling
-    // was prohibited, payload 0xFF).
-    packet.sleepPayload = static_cast<std::uint8_t>(value);
-    return PacketKind::PcSleep;
-  }
-  if (discriminator == 3 && size == 1) return PacketKind::PmuOverflow;  // ARMv8-M
+// The hardware source packets by discriminator and payload size (D4.3, DWT
+// use of them); Malformed where the architecture defines none. A data trace
+// match (ARMv8-M) also needs bit 0 of its payload set.
+constexpr PacketKind hardwareSourceKind(std::uint32_t discriminator, std::uint8_t size) {
+  if (discriminator == 0 && size == 1) return PacketKind::EventCounter;    // D4.3.1 event counter wrap
+  if (discriminator == 1 && size == 2) return PacketKind::ExceptionTrace;  // D4.3.2
+  if (discriminator == 2 && size == 4) return PacketKind::PcSample;        // D4.3.3 periodic PC sample
+  if (discriminator == 2 && size == 1) return PacketKind::PcSleep;         // D4.3.3 core asleep
+  if (discriminator == 3 && size == 1) return PacketKind::PmuOverflow;     // ARMv8-M
   if (discriminator < 8 || discriminator > 23) return PacketKind::Malformed;
   // D4.3.4 Data trace, discriminator 0bTT'CC'X: type TT, comparator CC, and
   // X (an address rather than a PC; a write rather than a read).
   const std::uint32_t type = (discriminator >> 3) & 0b11;
   const bool x = (discriminator & 0b1) != 0;
-  packet.comparator = static_cast<std::uint8_t>((discriminator >> 1) & 0b11);
   if (type == 0b01 && !x && size == 4) return PacketKind::DataTracePc;
-  if (type == 0b01 && !x && size == 1 && (value & 0b1) != 0) return PacketKind::DataTraceMatch;  // ARMv8-M
+  if (type == 0b01 && !x && size == 1) return PacketKind::DataTraceMatch;  // ARMv8-M
   if (type == 0b01 && x && size == 2) return PacketKind::DataTraceAddress;
-  if (type == 0b10) {
-    packet.write = x;
-    return PacketKind::DataTraceValue;
-  }
+  if (type == 0b10) return PacketKind::DataTraceValue;
   return PacketKind::Malformed;
+}
+
+// The kind of every source packet header (0bAAAA'ASSS with SS not 0):
+// D4.2.8 instrumentation when S is 0, else a hardware source.
+constexpr std::array<PacketKind, 256> sourceKinds() {
+  std::array<PacketKind, 256> kinds{};
+  for (unsigned header = 0; header < 256; ++header) {
+    const std::uint8_t size = kSizes[header & 0b11];
+    if (size == 0) {
+      kinds[header] = PacketKind::Malformed;
+    } else if ((header & 0b0000'0100) == 0) {
+      kinds[header] = PacketKind::Instrumentation;
+    } else {
+      kinds[header] = hardwareSourceKind(header >> 3, size);
+    }
+  }
+  return kinds;
+}
+
+constexpr std::array<PacketKind, 256> kSourceKinds = sourceKinds();
+
+void ItmDecoder::completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value) {
+  PacketKind kind = kSourceKinds[header];
+  if (kind == PacketKind::DataTraceMatch && (value & 0b1) == 0) kind = PacketKind::Malformed;
+  if (kind == PacketKind::Malformed) {
+    // The header was read; its payload was read with it, so decoding goes
+    // on right after the packet.
+    malformed(header, offset, 1u + size);
+    return;
+  }
+  if (!sink_) {
+    // Counting only: no packet to build.
+    if (malformedRun_.value != 0) endMalformedRun();
+    ++statistics_.packets[static_cast<int>(kind)];
+    return;
+  }
+  Packet packet;
+  packet.kind = kind;
+  packet.header = header;
+  packet.offset = offset;
+  packet.size = size;
+  packet.value = value;
+  sourceFields(packet);
+  emit(packet);
+}
+
+// The fields each source packet kind carries in its header and payload.
+void ItmDecoder::sourceFields(Packet& packet) const {
+  const std::uint32_t address = packet.header >> 3;  // A: the port, or the discriminator
+  switch (packet.kind) {
+    case PacketKind::Instrumentation:
+      packet.port = page_ * 32 + address;
+      break;
+    case PacketKind::EventCounter:
+      packet.counterWraps = static_cast<std::uint8_t>(packet.value);  // a bit per counter
+      break;
+    case PacketKind::ExceptionTrace:
+      // Exception number in bits 8:0, function in 13:12.
+      packet.exception = static_cast<std::uint16_t>(packet.value & 0b1'1111'1111);
+      packet.function = static_cast<ExceptionFunction>((packet.value >> 12) & 0b11);
+      break;
+    case PacketKind::PcSleep:
+      // ARMv8-M: 0xFF when sampling was prohibited.
+      packet.sleepPayload = static_cast<std::uint8_t>(packet.value);
+      break;
+    case PacketKind::DataTracePc:
+    case PacketKind::DataTraceMatch:
+    case PacketKind::DataTraceAddress:
+      packet.comparator = static_cast<std::uint8_t>((address >> 1) & 0b11);
+      break;
+    case PacketKind::DataTraceValue:
+      packet.comparator = static_cast<std::uint8_t>((address >> 1) & 0b11);
+      packet.write = (address & 0b1) != 0;
+      break;
+    default:
+      break;
+  }
 }
 
 void ItmDecoder::completeContinued() {
@@ -342,12 +394,6 @@ void ItmDecoder::completeContinued() {
       break;
   }
   emit(packet);
-}
-
-void ItmDecoder::emit(Packet& packet) {
-  if (malformedRun_.value != 0) endMalformedRun();
-  ++statistics_.packets[static_cast<int>(packet.kind)];
-  if (sink_) sink_(packet);
 }
 
 // Bytes that start no packet gather into one run, reported when the next

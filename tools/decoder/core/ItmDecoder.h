@@ -99,7 +99,7 @@ class ItmDecoder {
   void startContinued(PacketKind kind, std::uint8_t header, std::uint8_t maximum);
   void completeFixed();
   void completeSource(std::uint8_t header, std::uint64_t offset, std::uint8_t size, std::uint64_t value);
-  static PacketKind hardwareSource(Packet& packet, std::uint32_t discriminator);
+  void sourceFields(Packet& packet) const;
   void completeContinued();
   void emit(Packet& packet);
   void malformed(std::uint8_t byte, std::uint64_t offset, std::uint64_t bytes = 1);

@@ -12,17 +12,17 @@ namespace {
 // are shown as \xHH so that a target cannot drive the user's terminal; tabs
 // and every byte from 0x80 on (UTF-8) pass as they are.
 void appendPrintable(OutputBuffer& out, const std::string& text) {
-  for (char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (printable_text::needsEscape(byte)) {
-      out.append("\\x");
-      static const char kDigits[] = "0123456789ABCDEF";
-      out.append(kDigits[byte >> 4]);
-      out.append(kDigits[byte & 0x0F]);
-    } else {
-      out.append(c);
-    }
+  std::size_t plain = 0;  // where the run of bytes that pass as they are began
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (!printable_text::needsEscape(byte)) continue;
+    out.append(std::string_view(text).substr(plain, at - plain));
+    static const char kDigits[] = "0123456789ABCDEF";
+    const char escaped[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0x0F]};
+    out.append(std::string_view(escaped, sizeof escaped));
+    plain = at + 1;
   }
+  out.append(std::string_view(text).substr(plain));
 }
 
 }  // namespace
@@ -93,12 +93,21 @@ void TextWriter::garbage(const Packet& p) {
   out_.appendDecimal(p.offset);
 }
 
+// Cheap for the packets that make no line of their own (timestamps come
+// every few packets): the work is in the two steps it calls.
 void TextWriter::write(const Packet& p, PacketTime time) {
   if (p.kind == PacketKind::Instrumentation) {
-    lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
-    return;
+    portText(p, time);
+  } else if (hasALineOfItsOwn(p.kind)) {
+    packetLine(p, time);
   }
-  if (!hasALineOfItsOwn(p.kind)) return;
+}
+
+void TextWriter::portText(const Packet& p, PacketTime time) {
+  lines_.add(p, time, [this](const StimulusLines::Line& line) { textLine(line); });
+}
+
+void TextWriter::packetLine(const Packet& p, PacketTime time) {
   lineStart(time);
   switch (p.kind) {
     case PacketKind::Sync:

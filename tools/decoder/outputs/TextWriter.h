@@ -27,6 +27,8 @@ class TextWriter final : public PacketSink {
   void when(PacketTime time);
   void where(std::uint64_t pc);
   void lineStart(PacketTime time);
+  void portText(const Packet& p, PacketTime time);
+  void packetLine(const Packet& p, PacketTime time);
   void textLine(const StimulusLines::Line& line);
   void dataTrace(const Packet& p);
   void garbage(const Packet& p);

@@ -4,10 +4,6 @@
 
 namespace vestrel::decoder {
 
-bool hasALineOfItsOwn(PacketKind kind) {
-  return kind != PacketKind::LocalTimestamp && kind != PacketKind::StimulusPage && kind != PacketKind::Extension;
-}
-
 void appendExceptionName(OutputBuffer& out, std::uint32_t number) {
   if (number < 16) {
     out.append(systemExceptionName(number));

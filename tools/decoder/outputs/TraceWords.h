@@ -12,7 +12,9 @@ namespace vestrel::decoder {
 // False for the packets that text and JSON Lines show only through the
 // others: local timestamps (in the times of the lines), stimulus pages (in
 // the port numbers) and other extensions.
-bool hasALineOfItsOwn(PacketKind kind);
+inline bool hasALineOfItsOwn(PacketKind kind) {
+  return kind != PacketKind::LocalTimestamp && kind != PacketKind::StimulusPage && kind != PacketKind::Extension;
+}
 
 // The architectural name of an exception number ("SysTick", "IRQ 3").
 void appendExceptionName(OutputBuffer& out, std::uint32_t number);
