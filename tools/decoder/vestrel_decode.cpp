@@ -209,33 +209,24 @@ int runConnected(const Settings& settings) {
   }
 }
 
-int run(Settings& settings) {
-  if (settings.connect.empty()) {
-    std::string& source = settings.follow.empty() ? settings.input : settings.follow;
-    try {
-      std::error_code error;
-      if (source != "-" && std::filesystem::is_directory(source, error)) source = captureInFolder(source);
-      if (source != "-") applyMetadata(settings, source);
-    } catch (const std::exception& error) {
-      std::cerr << "vestrel-decode: " << error.what() << "\n";
-      return 1;
-    }
+// The capture a folder stands for, and the metadata beside the capture;
+// 0, or 1 when either cannot be read (said why).
+int resolveSource(Settings& settings) {
+  if (!settings.connect.empty()) return 0;
+  std::string& source = settings.follow.empty() ? settings.input : settings.follow;
+  try {
+    std::error_code error;
+    if (source != "-" && std::filesystem::is_directory(source, error)) source = captureInFolder(source);
+    if (source != "-") applyMetadata(settings, source);
+  } catch (const std::exception& error) {
+    std::cerr << "vestrel-decode: " << error.what() << "\n";
+    return 1;
   }
-  const std::string problem = outputProblem(
-      settings, settings.connect.empty() ? (settings.follow.empty() ? settings.input : settings.follow) : "-");
-  if (!problem.empty()) {
-    std::cerr << "vestrel-decode: " << problem << "\n";
-    return 2;
-  }
-  if (!settings.elf.empty()) {
-    try {
-      settings.symbols = vestrel::symbols::loadElfSymbols(settings.elf);
-    } catch (const std::exception& error) {
-      std::cerr << "vestrel-decode: " << error.what() << "\n";
-      return 1;
-    }
-  }
-  if (!settings.connect.empty()) return runConnected(settings);
+  return 0;
+}
+
+// Decodes a file or standard input, with every output given.
+int runOnFile(const Settings& settings) {
   const std::string source = settings.follow.empty() ? settings.input : settings.follow;
   std::FILE* in = stdin;
   if (source != "-") {
@@ -273,14 +264,27 @@ int run(Settings& settings) {
   return report(source, result, settings);
 }
 
-}  // namespace
+int run(Settings& settings) {
+  if (const int failed = resolveSource(settings); failed != 0) return failed;
+  const std::string problem = outputProblem(
+      settings, settings.connect.empty() ? (settings.follow.empty() ? settings.input : settings.follow) : "-");
+  if (!problem.empty()) {
+    std::cerr << "vestrel-decode: " << problem << "\n";
+    return 2;
+  }
+  if (!settings.elf.empty()) {
+    try {
+      settings.symbols = vestrel::symbols::loadElfSymbols(settings.elf);
+    } catch (const std::exception& error) {
+      std::cerr << "vestrel-decode: " << error.what() << "\n";
+      return 1;
+    }
+  }
+  return settings.connect.empty() ? runOnFile(settings) : runConnected(settings);
+}
 
-int main(int argc, char** argv) {
-  CLI::App app{"Decodes ITM/DWT trace captured from SWO"};
-  // Paths may start with "/" (Wine maps Unix paths): no "/option" syntax.
-  app.allow_windows_style_options(false);
-  vestrel::command_line::addVersionFlag(app, "vestrel-decode");
-  Settings settings;
+// Where the bytes come from.
+void addInputOptions(CLI::App& app, Settings& settings) {
   auto* input =
       app.add_option("input", settings.input,
                      "raw capture, TDF file, or the folder of a demo or record; - or nothing for standard input");
@@ -296,6 +300,10 @@ int main(int argc, char** argv) {
       ->excludes(input)
       ->excludes(follow);
   app.add_flag("--tdf", settings.tdf, "read the BinTraceData section of a TDF file");
+}
+
+// What is written; the --elf option.
+CLI::Option* addOutputOptions(CLI::App& app, Settings& settings) {
   app.add_option("--perfetto", settings.perfetto,
                  "also write a timeline (Chrome trace-event JSON) that the Perfetto UI and chrome://tracing open");
   app.add_option("--counter-ports", settings.counterPorts, "with --perfetto: stimulus ports shown as counter tracks")
@@ -316,23 +324,49 @@ int main(int argc, char** argv) {
   app.add_flag("--raw", settings.raw, "with --json: an object for every packet too (instrumentation, timestamps)");
   app.add_flag("--stats", settings.statistics, "print packet statistics at the end (as a last JSON line with --json)");
   app.add_flag("--quiet", settings.quiet, "no per-packet output (with --stats: the statistics only)");
-  auto* clock = app.add_option("--clock", settings.clockHz,
-                               "trace clock in Hz, to give timestamps in seconds (default: the capture's metadata)")
-                    ->check(vestrel::command_line::numberFrom(1e3, 1e10, "HZ"));
-  auto* prescale = app.add_option("--ts-prescale", settings.prescale,
-                                  "ITM timestamp prescale (1, 4, 16, 64; default: the capture's metadata, else 1)")
-                       ->check(CLI::IsMember({1u, 4u, 16u, 64u}));
-  auto* tpiu = app.add_option("--tpiu", settings.tpiuId,
-                              "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)")
-                   ->check(CLI::Range(0, 127));
+  return elf;
+}
+
+// How the bytes are read: given here, they override the capture's metadata.
+struct ReadingOptions {
+  CLI::Option* clock;
+  CLI::Option* prescale;
+  CLI::Option* tpiu;
+};
+
+ReadingOptions addReadingOptions(CLI::App& app, Settings& settings) {
+  ReadingOptions options{};
+  options.clock = app.add_option("--clock", settings.clockHz,
+                                 "trace clock in Hz, to give timestamps in seconds (default: the capture's metadata)")
+                      ->check(vestrel::command_line::numberFrom(1e3, 1e10, "HZ"));
+  options.prescale = app.add_option("--ts-prescale", settings.prescale,
+                                    "ITM timestamp prescale (1, 4, 16, 64; default: the capture's metadata, else 1)")
+                         ->check(CLI::IsMember({1u, 4u, 16u, 64u}));
+  options.tpiu = app.add_option("--tpiu", settings.tpiuId,
+                                "the TPIU formatter was on: take the stream with this trace ID (ITM: usually 1)")
+                     ->check(CLI::Range(0, 127));
+  return options;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"Decodes ITM/DWT trace captured from SWO"};
+  // Paths may start with "/" (Wine maps Unix paths): no "/option" syntax.
+  app.allow_windows_style_options(false);
+  vestrel::command_line::addVersionFlag(app, "vestrel-decode");
+  Settings settings;
+  addInputOptions(app, settings);
+  const CLI::Option* elf = addOutputOptions(app, settings);
+  const ReadingOptions reading = addReadingOptions(app, settings);
   app.footer(
       "A capture saved by vestrel-host has a metadata file beside it (<capture>.vestrel.json: trace clock, timestamp "
       "prescale, TPIU trace ID, container, firmware); its values apply unless given here. A folder stands for the one "
       "capture with metadata it holds.");
   if (const auto status = vestrel::command_line::parse(app, argc, argv, "vestrel-decode")) return *status;
-  settings.clockGiven = clock->count() > 0;
-  settings.prescaleGiven = prescale->count() > 0;
-  settings.tpiuGiven = tpiu->count() > 0;
+  settings.clockGiven = reading.clock->count() > 0;
+  settings.prescaleGiven = reading.prescale->count() > 0;
+  settings.tpiuGiven = reading.tpiu->count() > 0;
   settings.elfGiven = elf->count() > 0;
   return run(settings);
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "GdbError.h"
+#include "ProxyLink.h"
 #include "RspFraming.h"
 
 namespace vestrel::gdb_remote {
@@ -13,121 +14,6 @@ namespace vestrel::gdb_remote {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Runs the io_context until the one wait started has ended or the time is
-// up; a wait still pending then is cancelled (its handler runs, told so).
-template <typename Cancel>
-void runUntil(asio::io_context& io, const bool& done, std::chrono::milliseconds limit, Cancel cancel) {
-  io.restart();
-  io.run_one_for(limit);
-  if (!done) cancel();
-  io.restart();
-  io.run();
-}
-
-// Starts a wait, through the io_context, for the socket to have something
-// to read (bytes, its end or an error): a peek at one byte into peeked,
-// which leaves the byte where it is. A peek sees bytes that came before it
-// started too (a bare readiness wait can miss those).
-void startPeek(asio::ip::tcp::socket& socket, char& peeked, bool& ready) {
-  socket.async_receive(asio::buffer(&peeked, 1), asio::socket_base::message_peek,
-                       [&ready](const asio::error_code& error, std::size_t) {
-                         if (error != asio::error::operation_aborted) ready = true;
-                       });
-}
-
-// Waits until either socket has something to read, for at most limit.
-void waitForEither(asio::io_context& io, asio::ip::tcp::socket& a, asio::ip::tcp::socket& b,
-                   std::chrono::milliseconds limit) {
-  bool ready = false;
-  char peeked[2];
-  startPeek(a, peeked[0], ready);
-  startPeek(b, peeked[1], ready);
-  io.restart();
-  io.run_one_for(limit);
-  // One wait ended, or none; what is left is cancelled and its handler run.
-  asio::error_code ignored;
-  a.cancel(ignored);
-  b.cancel(ignored);
-  io.restart();
-  io.run();
-}
-
-// A connected socket read without blocking (what has arrived, now) and
-// waited on through the io_context, never polled.
-class Link {
- public:
-  Link(asio::io_context& io, asio::ip::tcp::socket& socket, std::string name)
-      : io_(io), socket_(socket), name_(std::move(name)) {
-    socket_.non_blocking(true);
-  }
-  // Bytes read now (0: none yet); throws GdbError when the other end closed.
-  std::size_t readNow(char* buffer, std::size_t size) {
-    asio::error_code error;
-    const std::size_t got = socket_.read_some(asio::buffer(buffer, size), error);
-    if (error == asio::error::would_block || error == asio::error::try_again) return 0;
-    if (error) throw GdbError(name_ + " disconnected");
-    return got;
-  }
-  // True when there is something to read within timeout.
-  bool waitReadable(std::chrono::milliseconds timeout) {
-    bool ready = false;
-    char peeked = 0;
-    startPeek(socket_, peeked, ready);
-    runUntil(io_, ready, timeout, [this] { cancel(); });
-    return ready;
-  }
-  // A peer that takes nothing for a packet's time-out is given up on.
-  void writeAll(std::string_view bytes) {
-    while (!bytes.empty()) {
-      asio::error_code error;
-      const std::size_t sent = socket_.write_some(asio::buffer(bytes.data(), bytes.size()), error);
-      if (error == asio::error::would_block || error == asio::error::try_again) {
-        if (!waitWritable(GdbProxy::kPacketTimeout)) {
-          throw GdbError(name_ + " took nothing for " + std::to_string(GdbProxy::kPacketTimeout.count()) + " s");
-        }
-        continue;
-      }
-      if (error) throw GdbError(name_ + " disconnected");
-      bytes.remove_prefix(sent);
-    }
-  }
-
- private:
-  void cancel() {
-    asio::error_code ignored;
-    socket_.cancel(ignored);
-  }
-  // Writable within timeout (a wait for writing re-arms the socket's
-  // readiness, so none is missed).
-  bool waitWritable(std::chrono::milliseconds timeout) {
-    bool ready = false;
-    socket_.async_wait(asio::ip::tcp::socket::wait_write, [&ready](const asio::error_code& error) {
-      if (!error) ready = true;
-    });
-    runUntil(io_, ready, timeout, [this] { cancel(); });
-    return ready;
-  }
-
-  asio::io_context& io_;
-  asio::ip::tcp::socket& socket_;
-  std::string name_;
-};
-
-// The server, for the owner's own requests between the debugger's packets.
-class LinkTransport final : public ByteTransport {
- public:
-  explicit LinkTransport(Link& link) : link_(link) {}
-  void send(std::string_view bytes) override { link_.writeAll(bytes); }
-  std::size_t receive(char* buffer, std::size_t size, std::chrono::milliseconds timeout) override {
-    const std::size_t got = link_.readNow(buffer, size);
-    if (got > 0 || !link_.waitReadable(timeout)) return got;
-    return link_.readNow(buffer, size);
-  }
-
- private:
-  Link& link_;
-};
 
 // What a packet from the debugger asks of the target: run on (continue, with
 // or without a signal or an address, or a vCont with any continue action),
@@ -263,6 +149,113 @@ GdbRemoteClient& GdbProxy::server() {
 
 bool GdbProxy::canRequest() const { return impl_->client != nullptr && !running_; }
 
+namespace {
+
+// Connects to the GDB server; its name for messages. Throws GdbError.
+std::string connectServer(GdbProxy::Impl& impl) {
+  asio::error_code error;
+  asio::ip::tcp::resolver resolver(impl.io);
+  const auto found = resolver.resolve(impl.serverHost, std::to_string(impl.serverPort), error);
+  if (!error) asio::connect(impl.serverSocket, found, error);
+  const std::string serverName = impl.serverHost + ":" + std::to_string(impl.serverPort);
+  if (error) throw GdbError("cannot connect to the GDB server at " + serverName + ": " + error.message());
+  impl.serverSocket.set_option(asio::ip::tcp::no_delay(true), error);
+  return serverName;
+}
+
+bool endsTheRun(const std::string& payload) {
+  // A detach lets the target run on, a kill ends it.
+  return payload == "D" || payload.rfind("D;", 0) == 0 || payload == "k";
+}
+
+}  // namespace
+
+// One session's bytes, passed on whole from each side to the other, watched
+// on the way.
+class GdbProxy::Relay {
+ public:
+  Relay(GdbProxy& proxy, Link& debugger, Link& server, const std::string& serverName, const Events& events)
+      : proxy_(proxy),
+        debugger_(debugger),
+        server_(server),
+        events_(events),
+        fromServer_("the GDB server at " + serverName),
+        serverName_(serverName) {}
+
+  // Passes on what has arrived; false when nothing had.
+  bool passOn() {
+    const bool fromDebugger = debuggerBytes();
+    const bool fromServer = serverBytes();
+    // A packet that began must end within its time, from either side.
+    if (stalled(fromDebugger_)) throw GdbError("the debugger began a packet and did not end it within " + timeout());
+    if (stalled(fromServer_)) {
+      throw GdbError("the GDB server at " + serverName_ + " began a packet and did not end it within " + timeout());
+    }
+    return fromDebugger || fromServer;
+  }
+
+ private:
+  bool debuggerBytes() {
+    const std::size_t got = debugger_.readNow(buffer_, sizeof buffer_);
+    if (got == 0) return false;
+    fromDebugger_.feed(std::string_view(buffer_, got));
+    while (auto item = fromDebugger_.next()) {
+      if (item->kind == RspReader::Item::Kind::Packet) {
+        if (item->payload == "QStartNoAckMode") noAckAsked_ = true;
+        featuresAsked_ = item->payload.rfind("qSupported", 0) == 0;
+        const Motion motion = motionOf(item->payload);
+        if (motion == Motion::Run && !proxy_.running_ && events_.resuming) events_.resuming();
+        // Until its stop reply a stepping target runs too; after a detach
+        // or a kill nothing more is sent of ours.
+        if (motion != Motion::None || endsTheRun(item->payload)) proxy_.running_ = true;
+      }
+      server_.writeAll(item->raw, kPacketTimeout);
+    }
+    return true;
+  }
+
+  bool serverBytes() {
+    const std::size_t got = server_.readNow(buffer_, sizeof buffer_);
+    if (got == 0) return false;
+    fromServer_.feed(std::string_view(buffer_, got));
+    while (auto item = fromServer_.next()) {
+      if (item->kind == RspReader::Item::Kind::Packet && featuresAsked_ && item->checksumOk) {
+        item->raw = rspFrame(advertisedFeatures(item->payload));
+        featuresAsked_ = false;
+      }
+      debugger_.writeAll(item->raw, kPacketTimeout);
+      if (item->kind != RspReader::Item::Kind::Packet) continue;
+      if (noAckAsked_ && item->payload == "OK") {
+        proxy_.impl_->client->setNoAckMode(true);
+        noAckAsked_ = false;
+      }
+      const auto stop = proxy_.running_ ? parseStopReply(item->payload) : std::nullopt;
+      if (stop) {
+        proxy_.running_ = false;
+        if (events_.stopped) events_.stopped(*stop);
+      }
+    }
+    return true;
+  }
+
+  static bool stalled(const RspReader& reader) {
+    const auto since = reader.partialSince();
+    return since && Clock::now() - *since > kPacketTimeout;
+  }
+  static std::string timeout() { return std::to_string(kPacketTimeout.count()) + " s"; }
+
+  GdbProxy& proxy_;
+  Link& debugger_;
+  Link& server_;
+  const Events& events_;
+  RspReader fromDebugger_{"the debugger"};
+  RspReader fromServer_;
+  std::string serverName_;
+  bool noAckAsked_ = false;
+  bool featuresAsked_ = false;
+  char buffer_[16384];
+};
+
 std::string GdbProxy::run(const Events& events, const std::function<bool()>& keepGoing) {
   struct SessionEnd {
     Impl& impl;
@@ -278,82 +271,17 @@ std::string GdbProxy::run(const Events& events, const std::function<bool()>& kee
   // The debugger first; then the server, so that the session is the
   // debugger's from its first packet.
   if (!acceptDebugger(*impl_, keepGoing)) return "stopped before a debugger connected";
-  asio::error_code error;
-  asio::ip::tcp::resolver resolver(impl_->io);
-  const auto found = resolver.resolve(impl_->serverHost, std::to_string(impl_->serverPort), error);
-  if (!error) asio::connect(impl_->serverSocket, found, error);
-  const std::string serverName = impl_->serverHost + ":" + std::to_string(impl_->serverPort);
-  if (error) throw GdbError("cannot connect to the GDB server at " + serverName + ": " + error.message());
-  impl_->serverSocket.set_option(asio::ip::tcp::no_delay(true), error);
-
+  const std::string serverName = connectServer(*impl_);
   Link debugger(impl_->io, impl_->debugger, "the debugger");
   impl_->serverLink = std::make_unique<Link>(impl_->io, impl_->serverSocket, "the GDB server at " + serverName);
-  Link& server = *impl_->serverLink;
-  impl_->client = std::make_unique<GdbRemoteClient>(std::make_unique<LinkTransport>(server), std::chrono::seconds(10),
-                                                    GdbRemoteClient::JoinSession{false});
-  RspReader fromDebugger("the debugger"), fromServer("the GDB server at " + serverName);
-  bool noAckAsked = false;
-  bool featuresAsked = false;
-  // A packet that began must end within this time, from either side.
-  const auto stalled = [](const RspReader& reader) {
-    const auto since = reader.partialSince();
-    return since && Clock::now() - *since > kPacketTimeout;
-  };
-  char buffer[16384];
+  impl_->client = std::make_unique<GdbRemoteClient>(std::make_unique<LinkTransport>(*impl_->serverLink, kPacketTimeout),
+                                                    std::chrono::seconds(10), GdbRemoteClient::JoinSession{false});
   try {
+    Relay relay(*this, debugger, *impl_->serverLink, serverName, events);
     while (keepGoing()) {
-      bool idle = true;
-      if (const std::size_t got = debugger.readNow(buffer, sizeof buffer); got > 0) {
-        idle = false;
-        fromDebugger.feed(std::string_view(buffer, got));
-        while (auto item = fromDebugger.next()) {
-          if (item->kind == RspReader::Item::Kind::Packet) {
-            if (item->payload == "QStartNoAckMode") noAckAsked = true;
-            featuresAsked = item->payload.rfind("qSupported", 0) == 0;
-            const Motion motion = motionOf(item->payload);
-            if (motion == Motion::Run && !running_ && events.resuming) events.resuming();
-            // Until its stop reply a stepping target runs too. A detach lets
-            // the target run on, a kill ends it: nothing more is sent of ours.
-            if (motion != Motion::None || item->payload == "D" || item->payload.rfind("D;", 0) == 0 ||
-                item->payload == "k") {
-              running_ = true;
-            }
-          }
-          server.writeAll(item->raw);
-        }
-      }
-      if (const std::size_t got = server.readNow(buffer, sizeof buffer); got > 0) {
-        idle = false;
-        fromServer.feed(std::string_view(buffer, got));
-        while (auto item = fromServer.next()) {
-          if (item->kind == RspReader::Item::Kind::Packet && featuresAsked && item->checksumOk) {
-            item->raw = rspFrame(advertisedFeatures(item->payload));
-            featuresAsked = false;
-          }
-          debugger.writeAll(item->raw);
-          if (item->kind != RspReader::Item::Kind::Packet) continue;
-          if (noAckAsked && item->payload == "OK") {
-            impl_->client->setNoAckMode(true);
-            noAckAsked = false;
-          }
-          const auto stop = running_ ? parseStopReply(item->payload) : std::nullopt;
-          if (stop) {
-            running_ = false;
-            if (events.stopped) events.stopped(*stop);
-          }
-        }
-      }
-      if (stalled(fromDebugger)) {
-        throw GdbError("the debugger began a packet and did not end it within " +
-                       std::to_string(kPacketTimeout.count()) + " s");
-      }
-      if (stalled(fromServer)) {
-        throw GdbError("the GDB server at " + serverName + " began a packet and did not end it within " +
-                       std::to_string(kPacketTimeout.count()) + " s");
-      }
       // Nothing came: wait for either side (a while at most, to see
       // keepGoing and stalled packets).
-      if (idle) waitForEither(impl_->io, impl_->debugger, impl_->serverSocket, kIdleWait);
+      if (!relay.passOn()) waitForEither(impl_->io, impl_->debugger, impl_->serverSocket, kIdleWait);
     }
     return "stopped";
   } catch (const GdbError& error) {

@@ -53,6 +53,7 @@ class GdbProxy {
   struct Impl;
 
  private:
+  class Relay;
   std::unique_ptr<Impl> impl_;
   bool running_ = false;
 };

@@ -166,12 +166,10 @@ bool printSummary(const std::string& capture, double elapsed, target_simulator::
   return textExact && tdfExact && figures.bytesLost == 0 && malformed == 0;
 }
 
-}  // namespace
-
-int demo(const DemoSettings& settings) {
-  const double seconds = settings.seconds;
+// The demo's own folder, made and checked; the receiver's files go under
+// it. The folder's absolute path.
+fs::path prepareDemoFolder(const DemoSettings& settings) {
   const fs::path output = settings.output;
-  const int excerptLines = settings.excerptLines;
   std::error_code cannotMake;
   fs::create_directories(output, cannotMake);
   if (cannotMake) throw UsageError("cannot make the folder " + output.string() + ": " + cannotMake.message());
@@ -183,7 +181,103 @@ int demo(const DemoSettings& settings) {
   KV_ORV::SetEnv("KV_TRACE_LOGGING", "1");
   writeProbeScenario(dir);
   writeOptions(dir / "options.xml");
+  return dir;
+}
 
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The target runs for its seconds: a status line on a terminal, a line of
+// bytes captured every half second elsewhere.
+void runFor(double seconds, CChannelDriver& driver, LiveConsole& console, LiveTrace& liveTrace, bool terminal,
+            std::chrono::steady_clock::time_point start) {
+  LiveStatus status;
+  while (secondsSince(start) < seconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    if (terminal) {
+      const LiveCounts counts = liveTrace.counts();
+      console.status(
+          status.line(secondsSince(start), driver.GetNumSamples() * 8.0, liveTrace.decodes() ? &counts : nullptr));
+    } else {
+      console.lines("  " + std::to_string(driver.GetNumSamples() * 8ull) + " bytes captured\n");
+    }
+  }
+}
+
+// The core halts; the debugger reports the halt once the SWO line has gone
+// quiet, so that the capture holds everything the target sent (however busy
+// this machine is).
+void haltWhenQuiet(target_simulator::SimulatedTarget& target, CChannelDriver& driver, CReceiver& receiver) {
+  target.halt();
+  const auto quietBy = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (driver.GetNumSamples() * 8ull < target.figures().bytesSent && std::chrono::steady_clock::now() < quietBy) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  receiver.OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
+}
+
+// The whole capture, read back through the driver as the host does.
+std::string readCapture(CChannelDriver& driver) {
+  const std::uint32_t samples = driver.GetNumSamples();
+  std::string capture(static_cast<std::size_t>(samples) * 8, '\0');
+  for (std::uint32_t position = 0; position < samples;) {
+    std::uint32_t got = 0;
+    const std::uint32_t n = driver.SeekReadTraceData(
+        position, 8192, reinterpret_cast<std::uint64_t*>(&capture[static_cast<std::size_t>(position) * 8]), &got);
+    if (n == 0) break;
+    position += n;
+  }
+  return capture;
+}
+
+// trace.tdf and trace.bin, each with its metadata.
+void saveDemoCaptures(CChannelDriver& driver, const fs::path& dir, const capture_metadata::CaptureMetadata& reading) {
+  writeFile(dir / "trace.tdf", "VTDF0001");  // the host creates TDF files
+  driver.SaveToFile((dir / "trace.tdf").string(), 0);
+  driver.SaveToFile((dir / "trace.bin").string(), 2);
+  capture_metadata::writeMetadataBeside((dir / "trace.bin").string(), reading);
+  capture_metadata::CaptureMetadata tdfReading = reading;
+  tdfReading.tdf = true;
+  capture_metadata::writeMetadataBeside((dir / "trace.tdf").string(), tdfReading);
+}
+
+// The first lines of the decoded trace and the profile; false when the
+// timeline and report could not be written (said so).
+bool printDecoded(const DemoDecoding& decoded, int excerptLines, const std::string& symbolsFrom, const fs::path& dir) {
+  std::istringstream lines(decoded.text.text());
+  std::cout << "\ndecoded trace (first " << excerptLines << " lines):\n";
+  std::string lineText;
+  for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
+
+  std::cout << "\nwhere the time goes (PC samples; names from " << symbolsFrom << "):\n" << decoded.profile.text();
+  if (!decoded.picturesWritten) {
+    std::cerr << "vestrel-host: could not write " << (dir / "trace.perfetto.json").string() << " and "
+              << (dir / "report.html").string() << "\n";
+  }
+  return decoded.picturesWritten;
+}
+
+// How the capture's times are read.
+decoder::Timing timingOf(const capture_metadata::CaptureMetadata& reading) {
+  decoder::Timing timing;
+  timing.clockHz = reading.clockHz;
+  timing.timestampPrescale = reading.timestampPrescale;
+  return timing;
+}
+
+// What the demo left in its folder, and how to decode it again.
+void printFiles(const fs::path& dir, const capture_metadata::CaptureMetadata& reading) {
+  std::cout << "\nfiles in " << dir.string() << ": trace.tdf (BinTraceData section), trace.bin (binary dump), "
+            << "report.html (open it in a browser), trace.perfetto.json (open it at https://ui.perfetto.dev), "
+            << "options.xml, .KV-trace/ (log, capture); how to read each capture in <capture>.vestrel.json\n"
+            << "decode it: " << decodeCommandFor((dir / "trace.bin").string(), reading, false) << "\n";
+}
+
+}  // namespace
+
+int demo(const DemoSettings& settings) {
+  const fs::path dir = prepareDemoFolder(settings);
   target_simulator::SerialLine line(kComPort);
   if (!line.ready()) {
     std::cerr << "vestrel-host: " << line.why() << "\n";
@@ -218,49 +312,16 @@ int demo(const DemoSettings& settings) {
     if (symbols::elfSymbolsAvailable() && fs::is_regular_file(symbolsFrom, noElf)) reading.elf = symbolsFrom;
     liveTrace.start((dir / ".KV-trace" / "data" / "swotrace_CortexM4.bin").string(), reading);
     console.lines("target running: " + statusOf(*driver) + "\n");
-    LiveStatus status;
-    while (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < seconds) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(500));
-      if (terminal) {
-        const LiveCounts counts = liveTrace.counts();
-        const double now = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        console.status(status.line(now, driver->GetNumSamples() * 8.0, liveTrace.decodes() ? &counts : nullptr));
-      } else {
-        console.lines("  " + std::to_string(driver->GetNumSamples() * 8ull) + " bytes captured\n");
-      }
-    }
-    // The core halts; the debugger reports the halt once the SWO line has
-    // gone quiet, so that the capture holds everything the target sent
-    // (however busy this machine is).
-    target.halt();
-    const auto quietBy = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (driver->GetNumSamples() * 8ull < target.figures().bytesSent && std::chrono::steady_clock::now() < quietBy) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    receiver->OnTargetStateChanged(kDemoCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    runFor(settings.seconds, *driver, console, liveTrace, terminal, start);
+    haltWhenQuiet(target, *driver, *receiver);
     // The recording's time ends here: handing the rest to live clients
     // (stalled ones included) is not recording.
-    elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    elapsed = secondsSince(start);
     liveTrace.finish();
     console.endStatus();
     std::cout << "target halted: " << statusOf(*driver) << "\n";
-
-    const std::uint32_t samples = driver->GetNumSamples();
-    capture.resize(static_cast<std::size_t>(samples) * 8);
-    for (std::uint32_t position = 0; position < samples;) {
-      std::uint32_t got = 0;
-      const std::uint32_t n = driver->SeekReadTraceData(
-          position, 8192, reinterpret_cast<std::uint64_t*>(&capture[static_cast<std::size_t>(position) * 8]), &got);
-      if (n == 0) break;
-      position += n;
-    }
-    writeFile(dir / "trace.tdf", "VTDF0001");  // the host creates TDF files
-    driver->SaveToFile((dir / "trace.tdf").string(), 0);
-    driver->SaveToFile((dir / "trace.bin").string(), 2);
-    capture_metadata::writeMetadataBeside((dir / "trace.bin").string(), reading);
-    capture_metadata::CaptureMetadata tdfReading = reading;
-    tdfReading.tdf = true;
-    capture_metadata::writeMetadataBeside((dir / "trace.tdf").string(), tdfReading);
+    capture = readCapture(*driver);
+    saveDemoCaptures(*driver, dir, reading);
     session.end();
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
@@ -268,29 +329,11 @@ int demo(const DemoSettings& settings) {
   }
 
   // Decode; the decoder counts the zero padding of the last sample apart.
-  decoder::Timing timing;
-  timing.clockHz = reading.clockHz;
-  timing.timestampPrescale = reading.timestampPrescale;
   DemoDecoding decoded;
-  decodeDemoCapture(decoded, capture, dir, symbols, timing);
-
-  std::istringstream lines(decoded.text.text());
-  std::cout << "\ndecoded trace (first " << excerptLines << " lines):\n";
-  std::string lineText;
-  for (int i = 0; i < excerptLines && std::getline(lines, lineText); ++i) std::cout << "  " << lineText << "\n";
-
-  std::cout << "\nwhere the time goes (PC samples; names from " << symbolsFrom << "):\n" << decoded.profile.text();
-  if (!decoded.picturesWritten) {
-    std::cerr << "vestrel-host: could not write " << (dir / "trace.perfetto.json").string() << " and "
-              << (dir / "report.html").string() << "\n";
-  }
-  const bool pictures = decoded.picturesWritten;
-
+  decodeDemoCapture(decoded, capture, dir, symbols, timingOf(reading));
+  const bool pictures = printDecoded(decoded, settings.excerptLines, symbolsFrom, dir);
   const bool exact = printSummary(capture, elapsed, target, decoded, dir);
-  std::cout << "\nfiles in " << dir.string() << ": trace.tdf (BinTraceData section), trace.bin (binary dump), "
-            << "report.html (open it in a browser), trace.perfetto.json (open it at https://ui.perfetto.dev), "
-            << "options.xml, .KV-trace/ (log, capture); how to read each capture in <capture>.vestrel.json\n"
-            << "decode it: " << decodeCommandFor((dir / "trace.bin").string(), reading, false) << "\n";
+  printFiles(dir, reading);
   return exact && pictures ? 0 : 1;
 }
 

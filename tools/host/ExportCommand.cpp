@@ -82,6 +82,51 @@ std::vector<std::string> capturedCores(const fs::path& from) {
   return cores;
 }
 
+// The core whose capture is exported: --core when the folder holds it, or
+// the folder's only one; empty when neither (said why).
+std::string chooseCore(const ExportSettings& settings, const fs::path& from) {
+  const std::vector<std::string> cores = capturedCores(from);
+  std::string names;
+  for (const auto& name : cores) names += (names.empty() ? "" : ", ") + name;
+  if (!settings.core.empty()) {
+    if (std::find(cores.begin(), cores.end(), settings.core) != cores.end()) return settings.core;
+    std::cerr << "vestrel-host export: " << settings.from << " holds no capture of core " << settings.core;
+    if (!cores.empty()) std::cerr << " (it holds: " << names << ")";
+    std::cerr << "\n";
+    return "";
+  }
+  if (cores.empty()) {
+    std::cerr << "vestrel-host export: " << settings.from
+              << " holds no capture (no .KV-trace/data/swotrace_<core>.bin): give the folder of a demo or record\n";
+    return "";
+  }
+  if (cores.size() > 1) {
+    std::cerr << "vestrel-host export: " << settings.from << " holds captures of several cores (" << names
+              << "): choose one with --core\n";
+    return "";
+  }
+  return cores.front();
+}
+
+// The capture as a BinTraceData section appended to --tdf and as a binary
+// dump in --binary, each checked by its size.
+void writeExports(CChannelDriver& driver, const ExportSettings& settings, std::uint64_t bytes) {
+  if (!settings.tdf.empty()) {
+    const fs::path tdf = fs::absolute(settings.tdf);
+    if (!fs::exists(tdf)) writeFile(tdf, "VTDF0001");  // the host creates TDF files
+    const std::uint64_t before = fs::file_size(tdf);
+    // The section: a 24-byte header, then the samples.
+    saveWithProgress(driver, tdf, 0, 24 + bytes, "TDF");
+    requireFileSize(settings.tdf, before + 24 + bytes);
+    std::cout << "appended a BinTraceData section to " << settings.tdf << "\n";
+  }
+  if (!settings.binary.empty()) {
+    saveWithProgress(driver, fs::absolute(settings.binary), 2, bytes, "binary");
+    requireFileSize(settings.binary, bytes);
+    std::cout << "wrote " << settings.binary << "\n";
+  }
+}
+
 }  // namespace
 
 int exportCapture(const ExportSettings& settings) {
@@ -96,28 +141,8 @@ int exportCapture(const ExportSettings& settings) {
     return 2;
   }
   // Nothing is created in a folder that holds no capture.
-  const std::vector<std::string> cores = capturedCores(from);
-  std::string names;
-  for (const auto& name : cores) names += (names.empty() ? "" : ", ") + name;
-  std::string core = settings.core;
-  if (core.empty()) {
-    if (cores.empty()) {
-      std::cerr << "vestrel-host export: " << settings.from
-                << " holds no capture (no .KV-trace/data/swotrace_<core>.bin): give the folder of a demo or record\n";
-      return 2;
-    }
-    if (cores.size() > 1) {
-      std::cerr << "vestrel-host export: " << settings.from << " holds captures of several cores (" << names
-                << "): choose one with --core\n";
-      return 2;
-    }
-    core = cores.front();
-  } else if (std::find(cores.begin(), cores.end(), core) == cores.end()) {
-    std::cerr << "vestrel-host export: " << settings.from << " holds no capture of core " << core;
-    if (!cores.empty()) std::cerr << " (it holds: " << names << ")";
-    std::cerr << "\n";
-    return 2;
-  }
+  const std::string core = chooseCore(settings, from);
+  if (core.empty()) return 2;
   if (!settings.tdf.empty()) requireCheckableOutput(settings.tdf);
   if (!settings.binary.empty()) requireWritableOutput(settings.binary, settings.force, "--binary");
 
@@ -129,20 +154,7 @@ int exportCapture(const ExportSettings& settings) {
     const std::uint32_t samples = session.driver->GetNumSamples();
     const std::uint64_t bytes = samples * 8ull;
     std::cout << samples << " samples (" << bytes << " bytes) of core " << core << std::endl;
-    if (!settings.tdf.empty()) {
-      const fs::path tdf = fs::absolute(settings.tdf);
-      if (!fs::exists(tdf)) writeFile(tdf, "VTDF0001");  // the host creates TDF files
-      const std::uint64_t before = fs::file_size(tdf);
-      // The section: a 24-byte header, then the samples.
-      saveWithProgress(*session.driver, tdf, 0, 24 + bytes, "TDF");
-      requireFileSize(settings.tdf, before + 24 + bytes);
-      std::cout << "appended a BinTraceData section to " << settings.tdf << "\n";
-    }
-    if (!settings.binary.empty()) {
-      saveWithProgress(*session.driver, fs::absolute(settings.binary), 2, bytes, "binary");
-      requireFileSize(settings.binary, bytes);
-      std::cout << "wrote " << settings.binary << "\n";
-    }
+    writeExports(*session.driver, settings, bytes);
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;

@@ -47,6 +47,104 @@ class ProxyMemory final : public trace_blocks::TargetMemory {
   gdb_remote::GdbProxy& proxy_;
 };
 
+// The receiver's side of a proxied debugger's sessions: a run is recorded
+// from the debugger's resume to the next stop (or the session's end), and
+// saved at once as a numbered capture with how it is read.
+class ProxyRecorder {
+ public:
+  ProxyRecorder(const RecordSettings& recording, CReceiver& receiver, CChannelDriver& driver,
+                trace_blocks::GdbTraceInterface& target)
+      : recording_(recording), receiver_(receiver), driver_(driver), target_(target) {}
+
+  gdb_remote::GdbProxy::Events events() {
+    gdb_remote::GdbProxy::Events events;
+    events.resuming = [this] { resuming(); };
+    events.stopped = [this](const gdb_remote::StopReply& stop) { stopped(stop); };
+    return events;
+  }
+
+  // A session ended: a run it left going ends here too.
+  void sessionEnded() {
+    if (toldRunning_ && !recordingNow_) halted();
+    if (recordingNow_) {
+      // The target runs on without a debugger: its recording ends here, and
+      // the trace blocks are left as they are (nothing may be sent).
+      halted();
+      std::cout << "the target was left running: its recording ends with the session" << std::endl;
+      saveRun();
+    }
+  }
+
+  // What was and was not recorded; the exit status.
+  int report() const {
+    if (unrecorded_ > 0) {
+      std::cerr << "vestrel-host: " << unrecorded_ << " run" << (unrecorded_ == 1 ? " was" : "s were")
+                << " not recorded: the trace blocks could not be set up (see above)\n";
+      return 1;
+    }
+    if (runs_ == 0) std::cout << "no run was recorded: no debugger let the target run\n";
+    return 0;
+  }
+
+ private:
+  void resuming() {
+    toldRunning_ = true;
+    try {
+      receiver_.OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
+    } catch (const cHexkitError& e) {
+      // The debugger's session goes on; this run is not recorded.
+      reportHexkitError("receiver", e);
+      if (!target_.lastError().empty()) std::cerr << "vestrel-host: because " << target_.lastError() << "\n";
+      std::cout << "target running: not recorded (the trace blocks could not be set up)" << std::endl;
+      ++unrecorded_;
+      return;
+    }
+    if (!target_.lastError().empty()) std::cerr << "vestrel-host: " << target_.lastError() << "\n";
+    recordingNow_ = true;
+    std::cout << "target running: " << statusOf(driver_) << std::endl;
+  }
+
+  void stopped(const gdb_remote::StopReply& stop) {
+    if (toldRunning_ && !recordingNow_) {
+      halted();
+      std::cout << "target " << stop.text() << std::endl;
+    }
+    if (!recordingNow_) return;
+    halted();
+    std::cout << "target " << stop.text() << ": " << statusOf(driver_) << ", " << driver_.GetNumSamples() << " samples"
+              << std::endl;
+    saveRun();
+  }
+
+  void halted() {
+    receiver_.OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
+    recordingNow_ = false;
+    toldRunning_ = false;
+  }
+
+  // The run just ended, saved at once with how it is read.
+  void saveRun() {
+    const std::uint32_t samples = driver_.GetNumSamples();
+    const fs::path output = numberedOutput(recording_.output, ++runs_);
+    driver_.SaveToFile(fs::absolute(output).string(), 2);
+    requireFileSize(output, samples * 8ull);
+    const capture_metadata::CaptureMetadata reading =
+        recordingMetadata(driver_, recording_.clockHz, "vestrel-host gdb-proxy");
+    capture_metadata::writeMetadataBeside(fs::absolute(output).string(), reading);
+    std::cout << "saved " << output.string() << " (run " << runs_ << ", " << samples
+              << " samples); decode it: " << decodeCommandFor(output.string(), reading, false) << std::endl;
+  }
+
+  const RecordSettings& recording_;
+  CReceiver& receiver_;
+  CChannelDriver& driver_;
+  trace_blocks::GdbTraceInterface& target_;
+  bool recordingNow_ = false;
+  bool toldRunning_ = false;
+  int runs_ = 0;
+  int unrecorded_ = 0;  // runs whose trace blocks could not be set up
+};
+
 }  // namespace
 
 int gdbProxy(const ProxySettings& settings) {
@@ -80,83 +178,19 @@ int gdbProxy(const ProxySettings& settings) {
   if (!library.load()) return 1;  // said why
   try {
     ReceiverSession session(library, kRecordCpu, &target);
-    CReceiver* receiver = session.receiver();
-    CChannelDriver* driver = session.driver();
-    driver->SetConfiguration((dir / "options.xml").string().c_str());
-    bool recordingNow = false;
-    int runs = 0;
-    // The run just ended, saved at once with how it is read.
-    const auto saveRun = [&] {
-      const std::uint32_t samples = driver->GetNumSamples();
-      const fs::path output = numberedOutput(recording.output, ++runs);
-      driver->SaveToFile(fs::absolute(output).string(), 2);
-      requireFileSize(output, samples * 8ull);
-      const capture_metadata::CaptureMetadata reading =
-          recordingMetadata(*driver, recording.clockHz, "vestrel-host gdb-proxy");
-      capture_metadata::writeMetadataBeside(fs::absolute(output).string(), reading);
-      std::cout << "saved " << output.string() << " (run " << runs << ", " << samples
-                << " samples); decode it: " << decodeCommandFor(output.string(), reading, false) << std::endl;
-    };
-    gdb_remote::GdbProxy::Events events;
-    bool toldRunning = false;
-    int unrecorded = 0;  // runs whose trace blocks could not be set up
-    events.resuming = [&] {
-      toldRunning = true;
-      try {
-        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_RUNNING);
-      } catch (const cHexkitError& e) {
-        // The debugger's session goes on; this run is not recorded.
-        reportHexkitError("receiver", e);
-        if (!target.lastError().empty()) std::cerr << "vestrel-host: because " << target.lastError() << "\n";
-        std::cout << "target running: not recorded (the trace blocks could not be set up)" << std::endl;
-        ++unrecorded;
-        return;
-      }
-      if (!target.lastError().empty()) std::cerr << "vestrel-host: " << target.lastError() << "\n";
-      recordingNow = true;
-      std::cout << "target running: " << statusOf(*driver) << std::endl;
-    };
-    events.stopped = [&](const gdb_remote::StopReply& stop) {
-      if (toldRunning && !recordingNow) {
-        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
-        toldRunning = false;
-        std::cout << "target " << stop.text() << std::endl;
-      }
-      if (!recordingNow) return;
-      receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
-      recordingNow = false;
-      toldRunning = false;
-      std::cout << "target " << stop.text() << ": " << statusOf(*driver) << ", " << driver->GetNumSamples()
-                << " samples" << std::endl;
-      saveRun();
-    };
+    session.driver()->SetConfiguration((dir / "options.xml").string().c_str());
+    ProxyRecorder recorder(recording, *session.receiver(), *session.driver(), target);
+    const gdb_remote::GdbProxy::Events events = recorder.events();
     std::signal(SIGINT, onInterrupt);
-    for (int session = 1; interrupted == 0 && (settings.sessions == 0 || session <= settings.sessions); ++session) {
+    for (int n = 1; interrupted == 0 && (settings.sessions == 0 || n <= settings.sessions); ++n) {
       std::cout << "waiting for your debugger: target remote " << listen->host << ":" << proxy.port() << std::endl;
       const std::string ended = proxy.run(events, [] { return interrupted == 0; });
       std::cout << "session ended: " << ended << std::endl;
-      if (toldRunning && !recordingNow) {
-        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
-        toldRunning = false;
-      }
-      if (recordingNow) {
-        // The target runs on without a debugger: its recording ends here,
-        // and the trace blocks are left as they are (nothing may be sent).
-        receiver->OnTargetStateChanged(kRecordCpu, Kv::Orv::Trace::eTARGET_HALTED);
-        recordingNow = false;
-        toldRunning = false;
-        std::cout << "the target was left running: its recording ends with the session" << std::endl;
-        saveRun();
-      }
+      recorder.sessionEnded();
     }
-    if (unrecorded > 0) {
-      std::cerr << "vestrel-host: " << unrecorded << " run" << (unrecorded == 1 ? " was" : "s were")
-                << " not recorded: the trace blocks could not be set up (see above)\n";
-    } else if (runs == 0) {
-      std::cout << "no run was recorded: no debugger let the target run\n";
-    }
+    const int status = recorder.report();
     session.end();
-    if (unrecorded > 0) return 1;
+    return status;
   } catch (const cHexkitError& e) {
     reportHexkitError("receiver", e);
     return 1;
@@ -164,7 +198,6 @@ int gdbProxy(const ProxySettings& settings) {
     std::cerr << "vestrel-host: " << e.what() << "\n";
     return 1;
   }
-  return 0;
 }
 
 }  // namespace vestrel::host

@@ -59,26 +59,26 @@ void summary(OutputBuffer& out, const ReportData& data) {
   out.append("</table></section>\n");
 }
 
-void profile(OutputBuffer& out, const ReportData& data) {
-  const ProfileReport& report = data.profile;
-  out.append("<section id=\"profile\"><h2>Where the time goes</h2>\n");
-  if (report.samples == 0) {
-    out.append("<p class=\"note\">No PC samples in this capture.</p></section>\n");
-    return;
-  }
-  out.append("<p class=\"note\">" + std::to_string(report.samples) + " PC samples" +
-             (data.named ? ", by function." : ", by address (decode with --elf for function names).") + "</p>\n");
-  struct Bar {
-    std::string name;
-    std::uint64_t samples;
-  };
-  std::vector<Bar> bars;
+struct ProfileBar {
+  std::string name;
+  std::uint64_t samples;
+};
+
+// The bars drawn: the top 15 functions, then the samples taken asleep and
+// where sampling was prohibited.
+std::vector<ProfileBar> profileBars(const ProfileReport& report) {
+  std::vector<ProfileBar> bars;
   for (std::size_t i = 0; i < report.rows.size() && i < 15; ++i)
     bars.push_back({report.rows[i].function, report.rows[i].samples});
   if (report.asleep != 0) bars.push_back({"(core asleep)", report.asleep});
   if (report.prohibited != 0) bars.push_back({"(sampling prohibited)", report.prohibited});
+  return bars;
+}
+
+void profileChart(OutputBuffer& out, const ProfileReport& report) {
+  const std::vector<ProfileBar> bars = profileBars(report);
   std::uint64_t largest = 1;
-  for (const Bar& bar : bars) largest = std::max(largest, bar.samples);
+  for (const ProfileBar& bar : bars) largest = std::max(largest, bar.samples);
   out.append("<svg id=\"profile-chart\" xmlns=\"http://www.w3.org/2000/svg\" width=\"" +
              number(kPlotLeft + kPlotWidth + 20, "%.0f") + "\" height=\"" +
              number(kLane * static_cast<double>(bars.size()) + 4, "%.0f") +
@@ -100,6 +100,10 @@ void profile(OutputBuffer& out, const ReportData& data) {
   if (report.rows.size() > 15) {
     out.append("<p class=\"note\">" + std::to_string(report.rows.size() - 15) + " more functions are not drawn.</p>\n");
   }
+}
+
+// The hottest lines of the top three functions, when the symbols have lines.
+void hottestLines(OutputBuffer& out, const ProfileReport& report) {
   bool heading = false;
   for (std::size_t i = 0; i < report.rows.size() && i < 3; ++i) {
     const ProfileRow& r = report.rows[i];
@@ -119,6 +123,19 @@ void profile(OutputBuffer& out, const ReportData& data) {
     }
   }
   if (heading) out.append("</table>\n");
+}
+
+void profile(OutputBuffer& out, const ReportData& data) {
+  const ProfileReport& report = data.profile;
+  out.append("<section id=\"profile\"><h2>Where the time goes</h2>\n");
+  if (report.samples == 0) {
+    out.append("<p class=\"note\">No PC samples in this capture.</p></section>\n");
+    return;
+  }
+  out.append("<p class=\"note\">" + std::to_string(report.samples) + " PC samples" +
+             (data.named ? ", by function." : ", by address (decode with --elf for function names).") + "</p>\n");
+  profileChart(out, report);
+  hottestLines(out, report);
   out.append("</section>\n");
 }
 

@@ -84,62 +84,14 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
   const std::uint64_t cycles = when.cycles;
   switch (p.kind) {
     case PacketKind::Instrumentation:
-      if (counterPorts_.count(p.port) != 0) {
-        const int track = kFirstPortTrack + static_cast<int>(p.port);
-        lastCycles_ = cycles;
-        if (!admit(false)) return;
-        out_.append(",\n{\"name\":\"port ");
-        out_.appendDecimal(p.port);
-        out_.append("\",\"ph\":\"C\",\"pid\":1,\"tid\":");
-        out_.appendDecimal(static_cast<std::uint64_t>(track));
-        out_.append(",\"ts\":");
-        time(cycles);
-        out_.append(",\"args\":{\"value\":");
-        out_.appendDecimal(p.value);
-        out_.append("}}");
-        return;
-      }
-      lines_.add(p, when, [this](const StimulusLines::Line& line) {
-        const int track = kFirstPortTrack + static_cast<int>(line.port);
-        if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));
-        event("i", track, line.text, line.time.cycles);
-      });
+      portValue(p, when);
       return;
-    case PacketKind::ExceptionTrace: {
-      const std::string name = exceptionName(p.exception);
-      if (p.function == ExceptionFunction::Entered) {
-        const std::uint64_t resets = handlers_.resets();
-        handlers_.enter(p.exception, cycles, [this](const HandlerRun& run) { closeRun(run); });
-        if (handlers_.resets() != resets) {
-          event("i", kMarkerTrack, "corrupt trace: the handler stack passed 512 entries; every open handler closed",
-                cycles);
-        }
-        if (!event("B", kCpuTrack, name, cycles) && !firstHiddenRun_) firstHiddenRun_ = handlers_.entries() - 1;
-      } else if (p.function == ExceptionFunction::Exited) {
-        handlers_.exit(p.exception, cycles, [this](const HandlerRun& run) { closeRun(run); });
-      } else if (p.function == ExceptionFunction::Returned) {
-        event("i", kCpuTrack, "return to " + name, cycles);
-      }
+    case PacketKind::ExceptionTrace:
+      exception(p, cycles);
       return;
-    }
-    case PacketKind::PcSample: {
-      char text[24];
-      std::snprintf(text, sizeof text, "pc 0x%08llX", static_cast<unsigned long long>(p.value));
-      const symbols::FunctionSymbol* function =
-          symbols_ != nullptr ? symbols_->functionAt(static_cast<std::uint32_t>(p.value)) : nullptr;
-      if (function == nullptr) {
-        event("i", kPcTrack, text, cycles);
-        return;
-      }
-      OutputBuffer args;
-      args.append("{\"pc\":\"");
-      args.append(text + 3);
-      args.append("\",\"at\":\"");
-      appendJsonString(args, symbols_->describe(static_cast<std::uint32_t>(p.value)));
-      args.append("\"}");
-      event("i", kPcTrack, function->name, cycles, args.text());
+    case PacketKind::PcSample:
+      pcSample(p, cycles);
       return;
-    }
     case PacketKind::PcSleep:
       event("i", kPcTrack, "core asleep", cycles);
       return;
@@ -158,6 +110,70 @@ void PerfettoWriter::write(const Packet& p, PacketTime when) {
     default:
       return;
   }
+}
+
+// A counter port's value as a counter event; other ports' text as instant
+// events, a line each.
+void PerfettoWriter::portValue(const Packet& p, PacketTime when) {
+  if (counterPorts_.count(p.port) == 0) {
+    lines_.add(p, when, [this](const StimulusLines::Line& line) {
+      const int track = kFirstPortTrack + static_cast<int>(line.port);
+      if (portsNamed_.insert(line.port).second) trackName(track, "ITM port " + std::to_string(line.port));
+      event("i", track, line.text, line.time.cycles);
+    });
+    return;
+  }
+  const int track = kFirstPortTrack + static_cast<int>(p.port);
+  lastCycles_ = when.cycles;
+  if (!admit(false)) return;
+  out_.append(",\n{\"name\":\"port ");
+  out_.appendDecimal(p.port);
+  out_.append("\",\"ph\":\"C\",\"pid\":1,\"tid\":");
+  out_.appendDecimal(static_cast<std::uint64_t>(track));
+  out_.append(",\"ts\":");
+  time(when.cycles);
+  out_.append(",\"args\":{\"value\":");
+  out_.appendDecimal(p.value);
+  out_.append("}}");
+}
+
+// Entries begin a slice on the CPU track, exits end it (with every handler
+// it pre-empted), returns are instant events.
+void PerfettoWriter::exception(const Packet& p, std::uint64_t cycles) {
+  const std::string name = exceptionName(p.exception);
+  if (p.function == ExceptionFunction::Entered) {
+    const std::uint64_t resets = handlers_.resets();
+    handlers_.enter(p.exception, cycles, [this](const HandlerRun& run) { closeRun(run); });
+    if (handlers_.resets() != resets) {
+      event("i", kMarkerTrack, "corrupt trace: the handler stack passed 512 entries; every open handler closed",
+            cycles);
+    }
+    if (!event("B", kCpuTrack, name, cycles) && !firstHiddenRun_) firstHiddenRun_ = handlers_.entries() - 1;
+  } else if (p.function == ExceptionFunction::Exited) {
+    handlers_.exit(p.exception, cycles, [this](const HandlerRun& run) { closeRun(run); });
+  } else if (p.function == ExceptionFunction::Returned) {
+    event("i", kCpuTrack, "return to " + name, cycles);
+  }
+}
+
+// A PC sample as an instant event named by its function when the symbols
+// know it.
+void PerfettoWriter::pcSample(const Packet& p, std::uint64_t cycles) {
+  char text[24];
+  std::snprintf(text, sizeof text, "pc 0x%08llX", static_cast<unsigned long long>(p.value));
+  const symbols::FunctionSymbol* function =
+      symbols_ != nullptr ? symbols_->functionAt(static_cast<std::uint32_t>(p.value)) : nullptr;
+  if (function == nullptr) {
+    event("i", kPcTrack, text, cycles);
+    return;
+  }
+  OutputBuffer args;
+  args.append("{\"pc\":\"");
+  args.append(text + 3);
+  args.append("\",\"at\":\"");
+  appendJsonString(args, symbols_->describe(static_cast<std::uint32_t>(p.value)));
+  args.append("\"}");
+  event("i", kPcTrack, function->name, cycles, args.text());
 }
 
 void PerfettoWriter::finish(const DecoderStatistics&) {

@@ -52,6 +52,9 @@ class PerfettoWriter final : public PacketSink {
   bool event(const char* phase, int track, const std::string& name, std::uint64_t cycles, const std::string& args = "",
              bool always = false);
   bool admit(bool always);
+  void portValue(const Packet& p, PacketTime when);
+  void exception(const Packet& p, std::uint64_t cycles);
+  void pcSample(const Packet& p, std::uint64_t cycles);
   void closeRun(const HandlerRun& run);
   void trackName(int track, const std::string& name);
   void time(std::uint64_t cycles);
