@@ -12,8 +12,8 @@ namespace {
 // Writes down what it is given, with its own name, into a shared journal.
 class JournalSink final : public PacketSink {
  public:
-  JournalSink(std::string name, std::vector<std::string>& journal, bool wants = true)
-      : name_(std::move(name)), journal_(journal), wants_(wants) {}
+  JournalSink(std::string name, std::vector<std::string>& journal, bool wants = true, bool wantsTimes = true)
+      : name_(std::move(name)), journal_(journal), wants_(wants), wantsTimes_(wantsTimes) {}
   void write(const Packet& packet, PacketTime time) override {
     journal_.push_back(name_ + " " + kindName(packet.kind) + " at " + std::to_string(time.cycles) +
                        (time.exact ? "" : "+"));
@@ -22,11 +22,13 @@ class JournalSink final : public PacketSink {
     journal_.push_back(name_ + " finished after " + std::to_string(statistics.bytes) + " bytes");
   }
   bool wantsPackets() const override { return wants_; }
+  bool wantsTimes() const override { return wantsTimes_; }
 
  private:
   std::string name_;
   std::vector<std::string>& journal_;
   bool wants_;
+  bool wantsTimes_;
 };
 
 void feed(DecodeChain& chain, const std::string& bytes) {
@@ -52,6 +54,22 @@ TEST(DecodeChain, EverySinkGetsEachDatedPacketInTheOrderGiven) {
                                                "first overflow at 5+", "second overflow at 5+",
                                                "first finished after 4 bytes", "second finished after 4 bytes"}));
   EXPECT_EQ(chain.statistics().count(PacketKind::Instrumentation), 1u);
+}
+
+TEST(DecodeChain, ASinkThatWantsNoTimesGetsEachPacketAsItIsDecoded) {
+  std::vector<std::string> journal;
+  JournalSink dated("dated", journal);
+  JournalSink counting("counting", journal, true, false);
+  DecodeChain chain({&dated, &counting});
+  feed(chain,
+       "\x01"
+       "A");  // held for the dated sink until a timestamp dates it
+  EXPECT_EQ(journal, (std::vector<std::string>{"counting instrumentation at 0+"}));
+  feed(chain, "\x50");
+  chain.finish();
+  EXPECT_EQ(journal, (std::vector<std::string>{"counting instrumentation at 0+", "counting local-timestamp at 0+",
+                                               "dated instrumentation at 5", "dated local-timestamp at 5",
+                                               "dated finished after 3 bytes", "counting finished after 3 bytes"}));
 }
 
 TEST(DecodeChain, SinksThatWantNoPacketsGetOnlyTheEnd) {

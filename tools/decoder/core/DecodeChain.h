@@ -1,6 +1,6 @@
 // The decoder's data path from raw SWO bytes to every output: deframe (when
 // the TPIU formatter was on) -> decode -> date -> every sink, in the order
-// given.
+// given (a sink that wants no times gets packets straight from the decoder).
 #pragma once
 
 #include <cstddef>
@@ -33,11 +33,15 @@ class DecodeChain {
   struct Deliver {
     DecodeChain* chain;
     void operator()(const Packet& packet, PacketTime time) const {
-      for (PacketSink* sink : chain->sinks_) sink->write(packet, time);
+      for (PacketSink* sink : chain->dated_) sink->write(packet, time);
     }
   };
 
+  ItmDecoder::Sink decodedPackets();
+
   std::vector<PacketSink*> sinks_;
+  std::vector<PacketSink*> dated_;    // the sinks that want packets with their times
+  std::vector<PacketSink*> undated_;  // the sinks that want packets as they come
   int tpiuId_;
   BasicPacketTimer<Deliver> timer_;
   ItmDecoder decoder_;

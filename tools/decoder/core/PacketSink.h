@@ -18,6 +18,10 @@ class PacketSink {
   // False for a sink that uses only what finish gives it: when no sink of a
   // chain wants packets, they are neither dated nor delivered.
   virtual bool wantsPackets() const { return true; }
+  // False for a sink that uses no times (one that counts): it gets each
+  // packet as soon as it is decoded, undated (time 0, not exact), and
+  // packets are held and dated only when another sink needs their times.
+  virtual bool wantsTimes() const { return true; }
 };
 
 }  // namespace vestrel::decoder

@@ -76,6 +76,7 @@ class ProfileWriter final : public PacketSink {
   ProfileWriter(OutputBuffer& out, const symbols::SymbolTable* symbols, bool json)
       : out_(out), symbols_(symbols), json_(json) {}
   void write(const Packet& packet, PacketTime) override { profile_.add(packet); }
+  bool wantsTimes() const override { return false; }
   void finish(const DecoderStatistics& statistics) override;
 
  private:
